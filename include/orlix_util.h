@@ -8,6 +8,7 @@
 #include "ORLIX_BitSet.h"
 #include "ORLIX_Error.h"
 #include "ORLIX_Stream.h"
+#include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 
 #endif /* ORLIX_UTIL_ALL_H */
