@@ -7,6 +7,7 @@
 #include "ORLIX_ArrayList.h"
 #include "ORLIX_BitSet.h"
 #include "ORLIX_Error.h"
+#include "ORLIX_JSON.h"
 #include "ORLIX_Stream.h"
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"

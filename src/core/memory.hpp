@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "ORLIX_Util.h"
 
@@ -34,5 +36,63 @@ inline unsigned char *alloc_bytes(int64_t n, const char *module, int line) {
 constexpr int64_t round_up8(int64_t n) {
   return static_cast<int64_t>((static_cast<uint64_t>(n) + 7u) & ~uint64_t{7});
 }
+
+// A growable array of trivially copyable T with N elements of inline
+// storage; larger sizes move to blocks from orlix_malloc. Growth failures are
+// reported by push/reserve returning false, never by exceptions.
+template <class T, int64_t N>
+class SmallBuffer {
+  static_assert(std::is_trivially_copyable_v<T>);
+
+ public:
+  SmallBuffer(const char *module) : module_(module) {}
+  ~SmallBuffer() {
+    if (data_ != inline_) orlix_free(data_);
+  }
+  SmallBuffer(const SmallBuffer &) = delete;
+  SmallBuffer &operator=(const SmallBuffer &) = delete;
+
+  T *data() { return data_; }
+  int64_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  T &back() { return data_[size_ - 1]; }
+  T &operator[](int64_t i) { return data_[i]; }
+  void pop_back() { --size_; }
+  void clear() { size_ = 0; }
+
+  // Makes room for at least n elements in all.
+  bool reserve(int64_t n) {
+    if (n <= capacity_) return true;
+    int64_t capacity = capacity_ * 2;
+    if (capacity < n) capacity = n;
+    if (capacity > INT64_MAX / static_cast<int64_t>(sizeof(T))) return false;
+    auto *bigger = static_cast<T *>(
+        orlix_malloc(capacity * static_cast<int64_t>(sizeof(T)), module_, __LINE__));
+    if (bigger == nullptr) return false;
+    if (size_ > 0) std::memcpy(bigger, data_, static_cast<size_t>(size_) * sizeof(T));
+    if (data_ != inline_) orlix_free(data_);
+    data_ = bigger;
+    capacity_ = capacity;
+    return true;
+  }
+  bool push_back(const T &v) {
+    if (size_ == capacity_ && !reserve(size_ + 1)) return false;
+    data_[size_++] = v;
+    return true;
+  }
+  // Sets the size to n (growing as needed); new elements are uninitialised.
+  bool resize(int64_t n) {
+    if (!reserve(n)) return false;
+    size_ = n;
+    return true;
+  }
+
+ private:
+  const char *module_;
+  T inline_[N];
+  T *data_ = inline_;
+  int64_t size_ = 0;
+  int64_t capacity_ = N;
+};
 
 }  // namespace orlix

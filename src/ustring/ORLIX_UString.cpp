@@ -136,6 +136,28 @@ ORLIX_UString *make(int64_t capacity) {
   return s.release();
 }
 
+bool valid_utf8(const unsigned char *in, int64_t n) {
+  int64_t i = 0;
+  while (i < n) {
+    while (i + 8 <= n) {
+      uint64_t word;
+      std::memcpy(&word, in + i, 8);
+      if ((word & 0x8080808080808080ull) != 0) break;
+      i += 8;
+    }
+    if (i >= n) break;
+    if (in[i] < 0x80) {
+      ++i;
+      continue;
+    }
+    uint32_t cp = 0;
+    const int used = decode_utf8_multibyte(in + i, n - i, &cp);
+    if (used == 0) return false;
+    i += used;
+  }
+  return true;
+}
+
 ORLIX_UString *finish(ORLIX_UString *s, int64_t length, int64_t charcount, bool surrogates) {
   s->data[length] = 0;
   s->length = length;
@@ -206,27 +228,10 @@ ORLIX_UString *orlix_ustring_newutf8(const char *bytes, int64_t count) {
       ++i;
       continue;
     }
-    int extra;
-    uint32_t cp;
-    uint32_t min;
-    if ((b & 0xE0) == 0xC0) {
-      extra = 1, cp = b & 0x1F, min = 0x80;
-    } else if ((b & 0xF0) == 0xE0) {
-      extra = 2, cp = b & 0x0F, min = 0x800;
-    } else if ((b & 0xF8) == 0xF0) {
-      extra = 3, cp = b & 0x07, min = 0x10000;
-    } else {
-      return nullptr;
-    }
-    if (extra > count - i - 1) return nullptr;
-    for (int k = 1; k <= extra; ++k) {
-      const uint32_t c = in[i + k];
-      if ((c & 0xC0) != 0x80) return nullptr;
-      cp = cp << 6 | (c & 0x3F);
-    }
-    if (cp < min) return nullptr;  // overlong
-    if (!put_code_point(out, n, pairs, cp)) return nullptr;
-    i += extra + 1;
+    uint32_t cp = 0;
+    const int used = orlix::utf16::decode_utf8_multibyte(in + i, count - i, &cp);
+    if (used == 0 || !put_code_point(out, n, pairs, cp)) return nullptr;
+    i += used;
   }
   return orlix::utf16::finish(s.release(), n, chars, pairs);
 }

@@ -1,0 +1,384 @@
+// The JSON decoder. It walks the text once with an explicit stack of open
+// containers (so deep nesting costs heap, not C stack) and builds each node in
+// place. Its grammar is deliberately exact: what it accepts and refuses is
+// part of the library's contract, quirks included.
+#include <charconv>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+
+#include "ORLIX_Util.h"
+#include "containers/ORLIX_ArrayList.hpp"
+#include "core/memory.hpp"
+#include "json/ORLIX_JSON.hpp"
+#include "ustring/ORLIX_UString.hpp"
+
+using orlix::json::kModule;
+using orlix::json::ObjectItem;
+
+namespace {
+
+constexpr bool is_ws(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+constexpr bool is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
+
+// The value 0-255 of two hexadecimal digits, or -1.
+int decodehex(const unsigned char *p) {
+  const auto nibble = [](unsigned char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  const int hi = nibble(p[0]);
+  const int lo = nibble(p[1]);
+  return (hi | lo) < 0 ? -1 : hi << 4 | lo;
+}
+
+// UTF-8 of a code point up to U+10FFFF; returns the byte count.
+int uitoutf8(uint32_t cp, unsigned char *out) {
+  if (cp < 0x80) {
+    out[0] = static_cast<unsigned char>(cp);
+    return 1;
+  }
+  if (cp < 0x800) {
+    out[0] = static_cast<unsigned char>(0xC0 | cp >> 6);
+    out[1] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+    return 2;
+  }
+  if (cp < 0x10000) {
+    out[0] = static_cast<unsigned char>(0xE0 | cp >> 12);
+    out[1] = static_cast<unsigned char>(0x80 | (cp >> 6 & 0x3F));
+    out[2] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+    return 3;
+  }
+  out[0] = static_cast<unsigned char>(0xF0 | cp >> 18);
+  out[1] = static_cast<unsigned char>(0x80 | (cp >> 12 & 0x3F));
+  out[2] = static_cast<unsigned char>(0x80 | (cp >> 6 & 0x3F));
+  out[3] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+  return 4;
+}
+
+// Eight-bytes-at-a-time test for a byte that ends a plain run in a string:
+// a quote, a backslash or a control byte below 0x20.
+inline bool word_is_plain(uint64_t w) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull;
+  constexpr uint64_t kHigh = 0x8080808080808080ull;
+  const auto has_zero = [](uint64_t v) { return (v - kOnes) & ~v & kHigh; };
+  const uint64_t control = (w - kOnes * 0x20) & ~w & kHigh;
+  return (has_zero(w ^ (kOnes * '"')) | has_zero(w ^ (kOnes * '\\')) | control) == 0;
+}
+
+// A C-locale strtod, for the rare texts std::from_chars reports out of range
+// (where strtod still gives an infinity, zero or a subnormal).
+double strtod_c_locale(const char *text) {
+  static locale_t c_locale = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+  return c_locale != nullptr ? strtod_l(text, nullptr, c_locale) : std::strtod(text, nullptr);
+}
+
+struct Frame {
+  ORLIX_JSON *node;      // the open container
+  ObjectItem *pending;   // an object's member waiting for its value
+};
+
+class Decoder {
+ public:
+  Decoder(const unsigned char *text, int64_t length)
+      : s_(text), n_(length), limit_(orlix_get_recursive_level()) {}
+  ~Decoder() {
+    for (int64_t k = 0; k < stack_.size(); ++k) {
+      orlix::json::free_item(stack_[k].pending);
+      orlix_json_free(stack_[k].node);
+    }
+  }
+  Decoder(const Decoder &) = delete;
+  Decoder &operator=(const Decoder &) = delete;
+
+  // Decodes one value from the start; stores the bytes used in *consumed.
+  ORLIX_JSON *run(int64_t *consumed);
+
+ private:
+  void skip_ws() {
+    while (i_ < n_ && is_ws(s_[i_])) ++i_;
+  }
+  ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
+  ORLIX_JSON *number();
+  bool string(const char **bytes, int32_t *length);
+  bool escaped_string(int64_t run_start);
+  bool attach(ORLIX_JSON *node);
+
+  const unsigned char *s_;
+  int64_t n_;
+  int64_t i_ = 0;
+  int32_t limit_;
+  orlix::SmallBuffer<Frame, 32> stack_{kModule};
+  orlix::SmallBuffer<char, 256> scratch_{kModule};
+};
+
+ORLIX_JSON *make_null() { return orlix_json_newnull(); }
+ORLIX_JSON *make_true() { return orlix_json_newboolean(1); }
+ORLIX_JSON *make_false() { return orlix_json_newboolean(0); }
+
+ORLIX_JSON *Decoder::literal(const char *word, int64_t size, ORLIX_JSON *(*make)()) {
+  if (n_ - i_ < size || std::memcmp(s_ + i_, word, static_cast<size_t>(size)) != 0) return nullptr;
+  i_ += size;
+  return make();
+}
+
+// The longest prefix of: -? (0 | [1-9][0-9]*) (. [0-9]+)? ([eE] [+-]? [0-9]+)?
+// A sign, point or exponent mark without its digits fails the whole value.
+ORLIX_JSON *Decoder::number() {
+  int64_t j = i_;
+  if (s_[j] == '-') ++j;
+  if (j == n_) return nullptr;
+  if (s_[j] == '0') {
+    ++j;
+  } else if (s_[j] >= '1' && s_[j] <= '9') {
+    while (j < n_ && is_digit(s_[j])) ++j;
+  } else {
+    return nullptr;
+  }
+  if (j < n_ && s_[j] == '.') {
+    ++j;
+    if (j == n_ || !is_digit(s_[j])) return nullptr;
+    while (j < n_ && is_digit(s_[j])) ++j;
+  }
+  if (j < n_ && (s_[j] == 'e' || s_[j] == 'E')) {
+    ++j;
+    if (j < n_ && (s_[j] == '+' || s_[j] == '-')) ++j;
+    if (j == n_ || !is_digit(s_[j])) return nullptr;
+    while (j < n_ && is_digit(s_[j])) ++j;
+  }
+  const char *first = reinterpret_cast<const char *>(s_ + i_);
+  const char *last = reinterpret_cast<const char *>(s_ + j);
+  // Locale-independent: the point is always '.', whatever LC_NUMERIC says.
+  double value = 0;
+  if (std::from_chars(first, last, value).ec != std::errc{}) {
+    orlix::SmallBuffer<char, 64> text(kModule);
+    if (!text.resize(last - first + 1)) return nullptr;
+    std::memcpy(text.data(), first, static_cast<size_t>(last - first));
+    text[last - first] = '\0';
+    value = strtod_c_locale(text.data());
+  }
+  i_ = j;
+  return orlix_json_newnumber(value);
+}
+
+// Decodes the string whose opening quote is at i_ (that byte is not
+// examined: a member name's opening quote is taken on trust). On success the
+// bytes are valid UTF-8, either in the input or in scratch_, and i_ is past
+// the closing quote.
+bool Decoder::string(const char **bytes, int32_t *length) {
+  if (n_ - i_ < 2) return false;
+  const int64_t start = i_ + 1;
+  int64_t k = start;
+  while (k + 8 <= n_) {
+    uint64_t w;
+    std::memcpy(&w, s_ + k, 8);
+    if (!word_is_plain(w)) break;
+    k += 8;
+  }
+  while (k < n_ && s_[k] != '"' && s_[k] != '\\' && s_[k] >= 0x20) ++k;
+  if (k == n_ || s_[k] < 0x20) return false;
+  const unsigned char *text;
+  int64_t size;
+  if (s_[k] == '"') {
+    text = s_ + start;
+    size = k - start;
+    i_ = k + 1;
+  } else {
+    i_ = k;
+    if (!escaped_string(start)) return false;
+    text = reinterpret_cast<const unsigned char *>(scratch_.data());
+    size = scratch_.size();
+  }
+  if (size >= 0x7FFFFFFF || !orlix::utf16::valid_utf8(text, size)) return false;
+  *bytes = reinterpret_cast<const char *>(text);
+  *length = static_cast<int32_t>(size);
+  return true;
+}
+
+// Continues a string at the escape at i_, whose plain run began at
+// run_start; the decoded bytes go to scratch_.
+bool Decoder::escaped_string(int64_t run_start) {
+  scratch_.clear();
+  const auto append = [&](const unsigned char *p, int64_t count) {
+    const int64_t at = scratch_.size();
+    if (!scratch_.resize(at + count)) return false;
+    std::memcpy(scratch_.data() + at, p, static_cast<size_t>(count));
+    return true;
+  };
+  if (!append(s_ + run_start, i_ - run_start)) return false;
+  // A \uXXXX escape at k: needs its last digit inside the input.
+  const auto u_escape = [&](int64_t k) -> int32_t {
+    if (k + 5 >= n_ || s_[k] != '\\' || s_[k + 1] != 'u') return -1;
+    const int hi = decodehex(s_ + k + 2);
+    const int lo = decodehex(s_ + k + 4);
+    return (hi | lo) < 0 ? -1 : hi << 8 | lo;
+  };
+  while (true) {
+    const int64_t plain = i_;
+    while (i_ < n_ && s_[i_] != '"' && s_[i_] != '\\' && s_[i_] >= 0x20) ++i_;
+    if (!append(s_ + plain, i_ - plain)) return false;
+    if (i_ == n_ || s_[i_] < 0x20) return false;
+    if (s_[i_] == '"') {
+      ++i_;
+      return true;
+    }
+    if (i_ + 1 >= n_) return false;
+    unsigned char one;
+    switch (s_[i_ + 1]) {
+      case '"': one = 0x22; break;
+      case '\\': one = 0x5C; break;
+      case '/': one = 0x2F; break;
+      case 'b': one = 0x08; break;
+      case 'f': one = 0x0C; break;
+      case 'n': one = 0x0A; break;
+      case 'r': one = 0x0D; break;
+      case 't': one = 0x09; break;
+      case 'u': {
+        int32_t cp = u_escape(i_);
+        if (cp < 0) return false;
+        i_ += 6;
+        if (cp >= 0xDC00 && cp <= 0xDFFF) return false;  // a low surrogate alone
+        if (cp >= 0xD800 && cp <= 0xDBFF) {
+          const int32_t low = u_escape(i_);
+          if (low < 0xDC00 || low > 0xDFFF) return false;
+          i_ += 6;
+          cp = 0x10000 + ((cp & 0x3FF) << 10 | (low & 0x3FF));
+        }
+        unsigned char utf8[4];
+        if (!append(utf8, uitoutf8(static_cast<uint32_t>(cp), utf8))) return false;
+        continue;
+      }
+      default: return false;
+    }
+    if (!append(&one, 1)) return false;
+    i_ += 2;
+  }
+}
+
+// Hands a finished value to the innermost open container.
+bool Decoder::attach(ORLIX_JSON *node) {
+  Frame &f = stack_.back();
+  if (f.node->type == ORLIX_JSON_ARRAY) {
+    if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
+    orlix_json_free(node);
+    return false;
+  }
+  f.pending->value = node;
+  if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1) return false;
+  f.pending = nullptr;
+  return true;
+}
+
+ORLIX_JSON *Decoder::run(int64_t *consumed) {
+  ORLIX_JSON *node = nullptr;
+  for (;;) {
+    // A value starts at i_, at nesting level stack_.size().
+    if (i_ >= n_ || stack_.size() >= limit_) return nullptr;
+    switch (s_[i_]) {
+      case '"': {
+        const char *bytes;
+        int32_t length;
+        if (!string(&bytes, &length)) return nullptr;
+        node = orlix::json::new_string_unchecked(bytes, length);
+        break;
+      }
+      case 'n': node = literal("null", 4, make_null); break;
+      case 't': node = literal("true", 4, make_true); break;
+      case 'f': node = literal("false", 5, make_false); break;
+      case '-':
+      case '0': case '1': case '2': case '3': case '4':
+      case '5': case '6': case '7': case '8': case '9': node = number(); break;
+      default: {
+        // Only a container may follow whitespace.
+        skip_ws();
+        if (i_ == n_ || (s_[i_] != '[' && s_[i_] != '{')) return nullptr;
+        const bool object = s_[i_] == '{';
+        ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
+        if (container == nullptr) return nullptr;
+        if (!stack_.push_back(Frame{container, nullptr})) {
+          orlix_json_free(container);
+          return nullptr;
+        }
+        ++i_;
+        skip_ws();
+        if (i_ == n_) return nullptr;
+        if (s_[i_] == (object ? '}' : ']')) {
+          ++i_;
+          skip_ws();
+          node = container;
+          stack_.pop_back();
+          break;
+        }
+        if (!object) continue;  // the first element
+        goto member;
+      }
+    }
+    if (node == nullptr) return nullptr;
+
+    // A value is complete: attach it and read what follows, closing as many
+    // containers as the text closes.
+    for (;;) {
+      if (stack_.empty()) {
+        *consumed = i_;
+        return node;
+      }
+      if (!attach(node)) return nullptr;
+      node = nullptr;
+      const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
+      if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
+      skip_ws();
+      if (i_ == n_) return nullptr;
+      if (s_[i_] == (object ? '}' : ']')) {
+        ++i_;
+        skip_ws();
+        node = stack_.back().node;
+        stack_.pop_back();
+        continue;
+      }
+      if (s_[i_] != ',') return nullptr;
+      ++i_;
+      skip_ws();
+      if (i_ == n_) return nullptr;
+      if (!object) break;  // the next element
+      goto member;
+    }
+    continue;
+
+  member: {
+    // A member name, a colon, then its value at the next level.
+    const char *name;
+    int32_t length;
+    if (!string(&name, &length)) return nullptr;
+    stack_.back().pending = orlix::json::new_item(name, length, nullptr);
+    if (stack_.back().pending == nullptr) return nullptr;
+    if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
+    skip_ws();
+    if (i_ == n_ || s_[i_] != ':') return nullptr;
+    ++i_;
+    skip_ws();
+    if (i_ == n_) return nullptr;
+  }
+  }
+}
+
+}  // namespace
+
+extern "C" ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length) {
+  const auto n = static_cast<int32_t>(length);
+  if (bytes == nullptr || n < 1) return nullptr;
+  int64_t consumed = 0;
+  ORLIX_JSON *tree = nullptr;
+  {
+    Decoder decoder(reinterpret_cast<const unsigned char *>(bytes), n);
+    tree = decoder.run(&consumed);
+  }
+  // The value must use up the text exactly: nothing may follow a top-level
+  // scalar, not even whitespace.
+  if (tree != nullptr && consumed != n) {
+    orlix_json_free(tree);
+    return nullptr;
+  }
+  return tree;
+}

@@ -1,0 +1,244 @@
+// The JSON encoder: compact or indented text written into a memory stream
+// and handed to the caller as one NUL-terminated buffer.
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+#include "ORLIX_Stream.h"
+#include "ORLIX_Util.h"
+#include "containers/ORLIX_ArrayList.hpp"
+#include "json/ORLIX_JSON.hpp"
+
+using orlix::json::ObjectItem;
+
+namespace {
+
+constexpr uint32_t kPretty = ORLIX_JSON_ENCODE_PRETTY;
+
+// Collects output in a local block and passes it to the memory stream in
+// large writes; the first failed write makes every later one fail too.
+class Writer {
+ public:
+  explicit Writer(ORLIX_Stream *stream) : stream_(stream) {}
+  bool put(const char *p, size_t n) {
+    if (n > sizeof buf_ - used_) {
+      if (!flush()) return false;
+      if (n > sizeof buf_) return write_through(p, n);
+    }
+    std::memcpy(buf_ + used_, p, n);
+    used_ += n;
+    return true;
+  }
+  bool put(char c) {
+    if (used_ == sizeof buf_ && !flush()) return false;
+    buf_[used_++] = c;
+    return true;
+  }
+  bool put(const char *text) { return put(text, std::strlen(text)); }
+  bool flush() {
+    const size_t n = used_;
+    used_ = 0;
+    return n == 0 || write_through(buf_, n);
+  }
+
+ private:
+  bool write_through(const char *p, size_t n) {
+    uint64_t taken = 0;
+    ok_ = ok_ && orlix_stream_write(stream_, p, static_cast<int64_t>(n), &taken, nullptr) == 1 &&
+          taken == n;
+    return ok_;
+  }
+  ORLIX_Stream *stream_;
+  bool ok_ = true;
+  size_t used_ = 0;
+  char buf_[8192];
+};
+
+// Shortens "%lf" text: drops trailing zeros after the point, and the point
+// itself when nothing follows it ("1.500000" -> "1.5", "2.000000" -> "2").
+void trimzero(char *text) {
+  const size_t n = std::strlen(text);
+  if (n == 0) return;
+  size_t point;
+  if (text[0] == '.') {
+    if (n == 1) {
+      std::strcpy(text, "0");
+      return;
+    }
+    point = 0;
+  } else {
+    const char *dot = std::strchr(text + 1, '.');
+    if (dot == nullptr) return;  // "inf", "nan"
+    point = static_cast<size_t>(dot - text);
+  }
+  size_t end = n;
+  if (point == end - 1) {
+    text[point] = '\0';
+    return;
+  }
+  while (end - 1 > point && text[end - 1] == '0') text[--end] = '\0';
+  if (end - 1 == point) {
+    if (point == 0) std::strcpy(text, "0");
+    else text[point] = '\0';
+  }
+}
+
+class Encoder {
+ public:
+  explicit Encoder(ORLIX_Stream *stream) : out_(stream) {}
+  bool value(const ORLIX_JSON *node, uint32_t flags, int32_t level);
+  bool finish() { return out_.flush(); }
+
+ private:
+  bool indent(uint32_t flags, int32_t level) {
+    if ((flags & kPretty) == 0) return true;
+    const uint32_t spaces =
+        (flags & ORLIX_JSON_ENCODE_SPACES) != 0 ? flags & ORLIX_JSON_ENCODE_SPACES_MASK : 0;
+    for (int32_t l = 0; l < level; ++l) {
+      for (uint32_t k = 0; k < spaces; ++k)
+        if (!out_.put(' ')) return false;
+      if (!out_.put('\t')) return false;
+    }
+    return true;
+  }
+  bool newline(uint32_t flags) {
+    if ((flags & kPretty) == 0) return true;
+    if ((flags & ORLIX_JSON_ENCODE_CR) != 0 && !out_.put('\r')) return false;
+    return (flags & ORLIX_JSON_ENCODE_LF) == 0 || out_.put('\n');
+  }
+  bool string(const char *bytes, int32_t length);
+  bool number(double v);
+  bool object(const ORLIX_JSON *node, uint32_t flags, int32_t level);
+  bool array(const ORLIX_JSON *node, uint32_t flags, int32_t level);
+
+  Writer out_;
+};
+
+bool Encoder::string(const char *bytes, int32_t length) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  if (!out_.put('"')) return false;
+  const auto *s = reinterpret_cast<const unsigned char *>(bytes);
+  int32_t run = 0;
+  for (int32_t i = 0; i < length; ++i) {
+    const unsigned char c = s[i];
+    if (c >= 0x20 && c != '"' && c != '\\') continue;
+    if (!out_.put(bytes + run, static_cast<size_t>(i - run))) return false;
+    run = i + 1;
+    if (c == '"' || c == '\\') {
+      const char escape[2] = {'\\', static_cast<char>(c)};
+      if (!out_.put(escape, 2)) return false;
+    } else {
+      const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+      if (!out_.put(escape, 6)) return false;
+    }
+  }
+  return out_.put(bytes + run, static_cast<size_t>(length - run)) && out_.put('"');
+}
+
+// Integral values in 32-bit range as "%d"; everything else as "%lf" then
+// trimmed. Formatting never depends on the process locale.
+bool Encoder::number(double v) {
+  char text[400];
+  std::to_chars_result r;
+  if (v - std::floor(v) == 0 && v >= -2147483648.0 && v <= 2147483647.0) {
+    r = std::to_chars(text, text + sizeof text - 1, static_cast<int32_t>(v));
+  } else {
+    r = std::to_chars(text, text + sizeof text - 1, v, std::chars_format::fixed, 6);
+  }
+  if (r.ec != std::errc{}) return false;
+  *r.ptr = '\0';
+  trimzero(text);
+  return out_.put(text);
+}
+
+bool Encoder::object(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
+  const bool pretty = (flags & kPretty) != 0;
+  const auto n = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
+  if (!indent(flags, level) || !out_.put('{') || !newline(flags)) return false;
+  for (int32_t i = 0; i < n; ++i) {
+    const auto *item =
+        static_cast<const ObjectItem *>(orlix_arraylist_getitemref(node->value.list, i));
+    if (item == nullptr || item->name == nullptr || item->value == nullptr) return false;
+    // In indented output a member's value is always written compact.
+    if (!indent(flags, level + 1) || !string(item->name->value.string, item->name->length) ||
+        !out_.put(':') || !value(item->value, 0, level + 1))
+      return false;
+    if (i + 1 < n && !out_.put(',')) return false;
+    if (pretty && !newline(flags)) return false;
+  }
+  return indent(flags, level) && out_.put('}');
+}
+
+bool Encoder::array(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
+  const auto n = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
+  if (!indent(flags, level) || !out_.put('[') || !newline(flags)) return false;
+  for (int32_t i = 0; i < n; ++i) {
+    const auto *element =
+        static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(node->value.list, i));
+    if (element == nullptr || !value(element, flags, level + 1)) return false;
+    if (i + 1 < n && !out_.put(',')) return false;
+    if (!newline(flags)) return false;
+  }
+  return indent(flags, level) && out_.put(']');
+}
+
+bool Encoder::value(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
+  if (node == nullptr) return false;
+  switch (node->type) {
+    case ORLIX_JSON_OBJECT: return object(node, flags, level);
+    case ORLIX_JSON_ARRAY: return array(node, flags, level);
+    case ORLIX_JSON_STRING:
+    case ORLIX_JSON_NUMBER:
+    case ORLIX_JSON_BOOLEAN:
+    case ORLIX_JSON_NULL: break;
+    default: return false;
+  }
+  if (!indent(flags, level)) return false;
+  switch (node->type) {
+    case ORLIX_JSON_STRING: return string(node->value.string, node->length);
+    case ORLIX_JSON_NUMBER: return number(node->value.number);
+    case ORLIX_JSON_BOOLEAN: return out_.put(node->value.boolean ? "true" : "false");
+    default: return out_.put("null");
+  }
+}
+
+// Sorts the top-level container in place; scalars are left alone.
+bool sort_top(ORLIX_JSON *json) {
+  switch (json->type) {
+    case ORLIX_JSON_OBJECT:
+      iorlix_arraylist_sort(json->value.list, orlix::json::compare_item_slots);
+      return true;
+    case ORLIX_JSON_ARRAY:
+      iorlix_arraylist_sort(json->value.list, orlix::json::compare_value_slots);
+      return true;
+    case ORLIX_JSON_STRING:
+    case ORLIX_JSON_NUMBER:
+    case ORLIX_JSON_BOOLEAN:
+    case ORLIX_JSON_NULL: return true;
+    default: return false;
+  }
+}
+
+}  // namespace
+
+extern "C" int orlix_json_encode(ORLIX_JSON *json, uint32_t flags, char **bytes,
+                                 uint32_t *length) {
+  if (json == nullptr || bytes == nullptr || length == nullptr) return 0;
+  if ((flags & ORLIX_JSON_ENCODE_SORT) != 0 && !sort_top(json)) return 0;
+  ORLIX_Stream *stream = orlix_stream_new_mem(32, nullptr);
+  if (stream == nullptr) return 0;
+  unsigned char *buffer = nullptr;
+  int64_t size = 0;
+  bool ok;
+  {
+    Encoder encoder(stream);
+    ok = encoder.value(json, flags, 0) && encoder.finish() &&
+         orlix_stream_writen(stream, "", 1, nullptr) == 1 &&
+         orlix_memstreamdeatch(stream, &buffer, &size) == 1;
+  }
+  orlix_stream_free(stream);
+  if (!ok) return 0;
+  *bytes = reinterpret_cast<char *>(buffer);
+  *length = static_cast<uint32_t>(size - 1);
+  return 1;
+}
