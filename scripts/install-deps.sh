@@ -7,7 +7,7 @@ set -euo pipefail
 
 what=${1:-build}
 case "$what" in
-  build) packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev) ;;
+  build) packages=(g++ cmake ninja-build pkg-config python3 libgtest-dev libgmock-dev libgmp-dev) ;;
   fuzz)  packages=(clang libclang-rt-dev) ;;
   bench) packages=(libbenchmark-dev libssl-dev libsodium-dev) ;;
   *) echo "usage: $0 [build|fuzz|bench]" >&2; exit 2 ;;
