@@ -19,6 +19,7 @@
 
 #include "ORLIX_Error.h"
 #include "ORLIX_Export.h"
+#include "ORLIX_Util.h"
 
 ORLIX_BEGIN_DECLS
 
@@ -197,6 +198,118 @@ ORLIX_API int orlix_hexencode(int32_t uppercase, const void *data, int64_t lengt
  * Records nothing. */
 ORLIX_API int orlix_hexdecode(const char *text, int64_t length, unsigned char **data,
                               int64_t *data_length);
+
+/* ---- base64 and PEM -------------------------------------------------------- */
+
+/* Encoder flags: the low part picks the line ending, the bits modify. */
+#define ORLIX_BASE64_EOL_CR 1u
+#define ORLIX_BASE64_EOL_CRLF 2u
+#define ORLIX_BASE64_EOL_LF 3u
+#define ORLIX_BASE64_EOL_NONE 4u
+#define ORLIX_BASE64_NO_PAD 0x80u /* encoder: omit "="; decoder: input has none */
+#define ORLIX_BASE64_URL 0x100u   /* the URL alphabet: "-" and "_" for "+" and "/" */
+/* Decoder flags: the low part picks the whitespace accepted. */
+#define ORLIX_BASE64_WS_NONE 1u
+#define ORLIX_BASE64_WS_EOL 2u /* CR and LF */
+#define ORLIX_BASE64_WS_ALL 3u /* CR, LF, TAB and space */
+
+/*
+ * A base64 filter: bytes written are encoded and passed on as text, text
+ * read from below is decoded. The two sides have their own flags. Lines end
+ * every line_length characters rounded up to whole groups (<= 0 means 64).
+ * ORLIX_CTRL_FLUSH writes the final group: call it once, last, when encoding
+ * (a second flush writes the final group again). With unpadded input, take
+ * the final partial group with ORLIX_CTRL_BASE64_REMAINDER once reading is
+ * done. A decode failure is sticky. Records ORLIX_ERR_STREAM_BASE64_FLAG
+ * for flags out of range.
+ */
+ORLIX_API ORLIX_Stream *orlix_stream_new_base64(uint32_t encode_flags, int32_t line_length,
+                                                uint32_t decode_flags, ORLIX_ErrCtx *ctx);
+
+/* Encodes length (>= 1) bytes with 64-character lines into a new
+ * NUL-terminated text (*text, released with orlix_free; *text_length
+ * excludes the NUL). The text ends with a line ending only when the input
+ * leaves a partial final group. Returns 0 on bad arguments or no memory. */
+ORLIX_API int orlix_base64encode(uint32_t encode_flags, const void *data, int64_t length,
+                                 char **text, int64_t *text_length);
+
+/* Decodes length (>= 1) characters of base64 into a new block (*data,
+ * released with orlix_free; no NUL added). Returns 0 on malformed text, bad
+ * arguments or no memory. A padded text that stops inside a group decodes
+ * up to the last whole group. */
+ORLIX_API int orlix_base64decode(uint32_t decode_flags, const char *text, int64_t length,
+                                 unsigned char **data, int64_t *data_length);
+
+/* Wraps length bytes in PEM armour: "-----BEGIN <label>-----", base64 in
+ * 64-character CR LF lines, "-----END <label>-----", each line ending in CR
+ * LF. *pem is NUL-terminated (release with orlix_free). Returns 0 on bad
+ * arguments or no memory. */
+ORLIX_API int orlix_pemencode(const char *label, const void *data, int64_t length, char **pem,
+                              int64_t *pem_length);
+
+/* Checks the PEM armour for `label` strictly (the header must start the
+ * text; the footer must end it, save a final line ending) and decodes the
+ * body into a new block (*data, released with orlix_free). Returns 0 when
+ * the framing or the body is wrong. */
+ORLIX_API int orlix_pemdecode(const char *label, const char *pem, int64_t length,
+                              unsigned char **data, int64_t *data_length);
+
+/* ---- digest and HMAC --------------------------------------------------------- */
+
+/*
+ * A hash function described by the caller; the library has none of its
+ * own. The table is copied into each stream. update and dup may be NULL
+ * (update is then treated as failing; dup is needed only by
+ * orlix_stream_md_dup). Contract of final when a digest filter finishes
+ * (ORLIX_CTRL_MD_FINAL): it is called with `out` equal to `ctx` and must
+ * leave the digest in the first bytes of the context.
+ */
+typedef struct ORLIX_MDMethod_st {
+  void *(*md_new)(void);
+  void (*md_free)(void *ctx);
+  uint32_t (*md_length)(void);   /* digest size in bytes */
+  uint32_t (*md_property)(void); /* reported by ORLIX_CTRL_MD_PROPERTY */
+  void (*md_init)(void *ctx);
+  int (*md_update)(void *ctx, const void *data, uint64_t length); /* 1 on success */
+  int (*md_final)(void *ctx, unsigned char *out);                 /* 1 on success */
+  uint32_t (*md_blocksize)(void);
+  void *(*md_dup)(void *ctx);
+} ORLIX_MDMethod;
+
+/* A pass-through digest filter: bytes written go unchanged to the next
+ * stream and exactly those it accepted are hashed; reads are not hashed.
+ * ORLIX_CTRL_MD_FINAL copies the digest out. Records ORLIX_ERR_STREAM_BAD_MD
+ * for a table missing a required operation. */
+ORLIX_API ORLIX_Stream *orlix_stream_new_md(const ORLIX_MDMethod *method, ORLIX_ErrCtx *ctx);
+
+/* A pass-through HMAC filter keyed with key_length (>= 1) bytes;
+ * ORLIX_CTRL_HMAC_FINAL copies the HMAC out. */
+ORLIX_API ORLIX_Stream *orlix_stream_new_hmac(const ORLIX_MDMethod *method, const void *key,
+                                              int64_t key_length, ORLIX_ErrCtx *ctx);
+
+/* An unlinked copy of a digest filter in the same state (its table needs
+ * md_dup); NULL otherwise. Records nothing. */
+ORLIX_API ORLIX_Stream *orlix_stream_md_dup(ORLIX_Stream *stream);
+
+/* ---- file and null streams ------------------------------------------------- */
+
+#define ORLIX_FILE_READ 1   /* "rb" */
+#define ORLIX_FILE_WRITE 2  /* "wb": truncates */
+#define ORLIX_FILE_APPEND 3 /* "ab" */
+
+/*
+ * A stream over a file opened in binary mode. A read that meets the end of
+ * the file fails with ORLIX_ERR_STREAM_FILE_READ; the read after it records
+ * ORLIX_ERR_STREAM_READ_PAST_END; ORLIX_CTRL_EOF tells the end from an
+ * error. ORLIX_CTRL_REOPEN from read to write opens the file for update
+ * without truncating it. Records ORLIX_ERR_STREAM_FILE_MODE or
+ * ORLIX_ERR_STREAM_FILE_OPEN when the file cannot be had.
+ */
+ORLIX_API ORLIX_Stream *orlix_stream_new_file(const char *path, int32_t mode,
+                                              ORLIX_ErrCtx *ctx);
+
+/* A sink that accepts and discards everything and cannot be read. */
+ORLIX_API ORLIX_Stream *orlix_stream_new_null(ORLIX_ErrCtx *ctx);
 
 ORLIX_END_DECLS
 
