@@ -43,6 +43,22 @@ ORLIX_API ORLIX_MallocFunc orlix_getmallocfunc(void);
 /* The release hook in force. */
 ORLIX_API ORLIX_FreeFunc orlix_getfreefunc(void);
 
+/*
+ * Switches on the debug allocation tracker: every later block carries guard
+ * words and is recorded with its module and line, frees of unknown or damaged
+ * blocks are remembered, and orlix_printdebugalloc reports leaks and damage.
+ * Like orlix_setallocfunc, refused (0) once the library has allocated
+ * anything. The environment variable ORLIX_DEBUG_MEMORY_NUMBER=N (N >= 1)
+ * makes the N-th tracked allocation (counting from 0) stall for an hour so
+ * that a debugger can be attached. Returns 1 when the tracker is on.
+ */
+ORLIX_API int orlix_setdebugalloc(void);
+
+/* Writes the tracker's report (counts, live blocks with their first bytes,
+ * damaged blocks, bad frees) to the file at path, replacing it. Returns 1,
+ * or 0 when the tracker is off or the file cannot be opened. */
+ORLIX_API int orlix_printdebugalloc(const char *path);
+
 /* "ORLIX Utility Library 2.6,Build on 2019"; a constant text. */
 ORLIX_API const char *orlix_util_version(void);
 

@@ -9,6 +9,7 @@
 #include "ORLIX_Error.h"
 #include "ORLIX_JSON.h"
 #include "ORLIX_Stream.h"
+#include "ORLIX_Thread.h"
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 
