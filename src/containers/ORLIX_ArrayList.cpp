@@ -20,6 +20,19 @@ namespace {
 constexpr const char kModule[] = "ORLIX_ArrayList";
 constexpr int32_t kInitialCapacity = 16;
 
+// Every list keeps its first 16 slots right after its record, in the same
+// block; only a list that has grown has its slots in a block of their own.
+struct Placed {
+  ORLIX_ArrayList_st record;
+  void *slots[kInitialCapacity];
+};
+
+void **inline_slots(ORLIX_ArrayList *list) { return reinterpret_cast<Placed *>(list)->slots; }
+
+void release_slots(ORLIX_ArrayList *list) {
+  if (list->capacity > kInitialCapacity) orlix_free(list->items);
+}
+
 void **new_slots(int64_t n) {
   auto **slots = static_cast<void **>(
       orlix_malloc(n * static_cast<int64_t>(sizeof(void *)), kModule, __LINE__));
@@ -35,7 +48,7 @@ bool grow_if_full(ORLIX_ArrayList *list) {
   if (slots == nullptr) return false;
   std::memcpy(slots, list->items, sizeof(void *) * static_cast<size_t>(list->count));
   for (int32_t i = list->count; i < new_capacity; ++i) slots[i] = nullptr;
-  orlix_free(list->items);
+  release_slots(list);
   list->items = slots;
   list->capacity = new_capacity;
   return true;
@@ -47,6 +60,31 @@ void *stored_form(const ORLIX_ArrayList *list, void *item) {
 
 }  // namespace
 
+int64_t iorlix_arraylist_footprint(void) { return static_cast<int64_t>(sizeof(Placed)); }
+
+ORLIX_ArrayList *iorlix_arraylist_place(void *storage, ORLIX_ArrayListCopyFunc copy_fn,
+                                        ORLIX_ArrayListFreeFunc free_fn) {
+  auto *list = static_cast<ORLIX_ArrayList *>(storage);
+  list->items = inline_slots(list);
+  for (int32_t i = 0; i < kInitialCapacity; ++i) list->items[i] = nullptr;
+  list->count = 0;
+  list->capacity = kInitialCapacity;
+  list->free_fn = free_fn;
+  list->copy_fn = copy_fn;
+  return list;
+}
+
+void iorlix_arraylist_unplace(ORLIX_ArrayList *list) {
+  if (list->items != nullptr && list->free_fn != nullptr) {
+    for (int32_t i = 0; i < list->count; ++i) {
+      list->free_fn(list->items[i]);
+      list->items[i] = nullptr;
+    }
+  }
+  release_slots(list);
+  list->items = nullptr;
+}
+
 void iorlix_arraylist_sort(ORLIX_ArrayList *list, int (*compare)(const void *, const void *)) {
   std::qsort(list->items, static_cast<size_t>(list->count), sizeof(void *), compare);
 }
@@ -55,28 +93,14 @@ extern "C" {
 
 ORLIX_ArrayList *orlix_arraylist_new(ORLIX_ArrayListCopyFunc copy_fn,
                                      ORLIX_ArrayListFreeFunc free_fn) {
-  orlix::Owned<ORLIX_ArrayList> list(orlix::alloc_record<ORLIX_ArrayList>(kModule, __LINE__));
-  if (!list) return nullptr;
-  void **slots = new_slots(kInitialCapacity);
-  if (slots == nullptr) return nullptr;
-  for (int32_t i = 0; i < kInitialCapacity; ++i) slots[i] = nullptr;
-  list->items = slots;
-  list->count = 0;
-  list->capacity = kInitialCapacity;
-  list->free_fn = free_fn;
-  list->copy_fn = copy_fn;
-  return list.release();
+  void *storage = orlix_malloc(iorlix_arraylist_footprint(), kModule, __LINE__);
+  if (storage == nullptr) return nullptr;
+  return iorlix_arraylist_place(storage, copy_fn, free_fn);
 }
 
 void orlix_arraylist_free(ORLIX_ArrayList *list) {
   if (list == nullptr) return;
-  if (list->items != nullptr && list->free_fn != nullptr) {
-    for (int32_t i = 0; i < list->count; ++i) {
-      list->free_fn(list->items[i]);
-      list->items[i] = nullptr;
-    }
-  }
-  orlix_free(list->items);
+  iorlix_arraylist_unplace(list);
   orlix_free(list);
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "ORLIX_Util.h"
+#include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "ustring/ORLIX_UString.hpp"
 
@@ -26,15 +27,16 @@ ORLIX_JSON *new_node(uint32_t type) {
 
 void free_value(void *node) { orlix_json_free(static_cast<ORLIX_JSON *>(node)); }
 
+// A container and its list share one block: the list is placed right after
+// the node.
 ORLIX_JSON *new_container(uint32_t type) {
-  ORLIX_JSON *node = new_node(type);
+  auto *node = static_cast<ORLIX_JSON *>(orlix_malloc(
+      static_cast<int64_t>(sizeof(ORLIX_JSON)) + iorlix_arraylist_footprint(), kModule, __LINE__));
   if (node == nullptr) return nullptr;
-  node->value.list = orlix_arraylist_new(
-      nullptr, type == ORLIX_JSON_OBJECT ? orlix::json::free_item : free_value);
-  if (node->value.list == nullptr) {
-    orlix_free(node);
-    return nullptr;
-  }
+  node->type = type;
+  node->length = 0;
+  node->value.list = iorlix_arraylist_place(
+      node + 1, nullptr, type == ORLIX_JSON_OBJECT ? orlix::json::free_item : free_value);
   return node;
 }
 
@@ -206,7 +208,7 @@ ORLIX_JSON *orlix_json_newarray(void) { return new_container(ORLIX_JSON_ARRAY); 
 void orlix_json_free(ORLIX_JSON *node) {
   if (node == nullptr) return;
   if (node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY)
-    orlix_arraylist_free(node->value.list);
+    iorlix_arraylist_unplace(node->value.list);
   orlix_free(node);
 }
 

@@ -3,6 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "ORLIX_ArrayList.h"
 #include "ORLIX_JSON.h"
@@ -45,5 +49,38 @@ int compare(const ORLIX_JSON *a, const ORLIX_JSON *b);
 // Orders two list slots holding members or values (for qsort).
 int compare_item_slots(const void *a, const void *b);
 int compare_value_slots(const void *a, const void *b);
+
+// The first index in [k, n) holding a quote, a backslash or a control byte
+// below 0x20 (n when there is none). Sets *high when a byte of 0x80 or above
+// lies before it. Both the decoder and the encoder stop at exactly these
+// bytes.
+inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *high) {
+  unsigned seen = 0;
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"');
+  const __m128i backslash = _mm_set1_epi8('\\');
+  const __m128i controls = _mm_set1_epi8(0x1F);
+  const __m128i zero = _mm_setzero_si128();
+  while (k + 16 <= n) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + k));
+    const __m128i stop = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+        _mm_cmpeq_epi8(_mm_subs_epu8(v, controls), zero));
+    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+    const unsigned top = static_cast<unsigned>(_mm_movemask_epi8(v));
+    if (mask != 0) {
+      seen |= top & ((1u << __builtin_ctz(mask)) - 1);
+      k += __builtin_ctz(mask);
+      *high = *high || seen != 0;
+      return k;
+    }
+    seen |= top;
+    k += 16;
+  }
+#endif
+  while (k < n && s[k] != '"' && s[k] != '\\' && s[k] >= 0x20) seen |= s[k++] & 0x80u;
+  *high = *high || seen != 0;
+  return k;
+}
 
 }  // namespace orlix::json

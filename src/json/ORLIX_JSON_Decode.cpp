@@ -58,16 +58,6 @@ int uitoutf8(uint32_t cp, unsigned char *out) {
   return 4;
 }
 
-// Eight-bytes-at-a-time test for a byte that ends a plain run in a string:
-// a quote, a backslash or a control byte below 0x20.
-inline bool word_is_plain(uint64_t w) {
-  constexpr uint64_t kOnes = 0x0101010101010101ull;
-  constexpr uint64_t kHigh = 0x8080808080808080ull;
-  const auto has_zero = [](uint64_t v) { return (v - kOnes) & ~v & kHigh; };
-  const uint64_t control = (w - kOnes * 0x20) & ~w & kHigh;
-  return (has_zero(w ^ (kOnes * '"')) | has_zero(w ^ (kOnes * '\\')) | control) == 0;
-}
-
 // A C-locale strtod, for the rare texts std::from_chars reports out of range
 // (where strtod still gives an infinity, zero or a subnormal).
 double strtod_c_locale(const char *text) {
@@ -98,12 +88,31 @@ class Decoder {
 
  private:
   void skip_ws() {
+    if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
+#if defined(__SSE2__)
+    // Indented text has long runs of blanks: skip them 16 bytes at a time.
+    const __m128i space = _mm_set1_epi8(' ');
+    const __m128i tab = _mm_set1_epi8('\t');
+    const __m128i lf = _mm_set1_epi8('\n');
+    const __m128i cr = _mm_set1_epi8('\r');
+    while (i_ + 16 <= n_) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s_ + i_));
+      const __m128i ws = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, space), _mm_cmpeq_epi8(v, tab)),
+                                      _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
+      const unsigned other = ~static_cast<unsigned>(_mm_movemask_epi8(ws)) & 0xFFFFu;
+      if (other != 0) {
+        i_ += __builtin_ctz(other);
+        return;
+      }
+      i_ += 16;
+    }
+#endif
     while (i_ < n_ && is_ws(s_[i_])) ++i_;
   }
   ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
   ORLIX_JSON *number();
   bool string(const char **bytes, int32_t *length);
-  bool escaped_string(int64_t run_start);
+  bool escaped_string(int64_t run_start, bool *high);
   bool attach(ORLIX_JSON *node);
 
   const unsigned char *s_;
@@ -170,14 +179,8 @@ ORLIX_JSON *Decoder::number() {
 bool Decoder::string(const char **bytes, int32_t *length) {
   if (n_ - i_ < 2) return false;
   const int64_t start = i_ + 1;
-  int64_t k = start;
-  while (k + 8 <= n_) {
-    uint64_t w;
-    std::memcpy(&w, s_ + k, 8);
-    if (!word_is_plain(w)) break;
-    k += 8;
-  }
-  while (k < n_ && s_[k] != '"' && s_[k] != '\\' && s_[k] >= 0x20) ++k;
+  bool high = false;
+  const int64_t k = orlix::json::scan_plain(s_, start, n_, &high);
   if (k == n_ || s_[k] < 0x20) return false;
   const unsigned char *text;
   int64_t size;
@@ -187,19 +190,22 @@ bool Decoder::string(const char **bytes, int32_t *length) {
     i_ = k + 1;
   } else {
     i_ = k;
-    if (!escaped_string(start)) return false;
+    if (!escaped_string(start, &high)) return false;
     text = reinterpret_cast<const unsigned char *>(scratch_.data());
     size = scratch_.size();
   }
-  if (size >= 0x7FFFFFFF || !orlix::utf16::valid_utf8(text, size)) return false;
+  // Escapes always yield whole UTF-8 sequences: only raw bytes of 0x80 and
+  // above can make the text invalid.
+  if (size >= 0x7FFFFFFF || (high && !orlix::utf16::valid_utf8(text, size))) return false;
   *bytes = reinterpret_cast<const char *>(text);
   *length = static_cast<int32_t>(size);
   return true;
 }
 
 // Continues a string at the escape at i_, whose plain run began at
-// run_start; the decoded bytes go to scratch_.
-bool Decoder::escaped_string(int64_t run_start) {
+// run_start; the decoded bytes go to scratch_, and *high notes raw bytes of
+// 0x80 and above.
+bool Decoder::escaped_string(int64_t run_start, bool *high) {
   scratch_.clear();
   const auto append = [&](const unsigned char *p, int64_t count) {
     const int64_t at = scratch_.size();
@@ -217,7 +223,7 @@ bool Decoder::escaped_string(int64_t run_start) {
   };
   while (true) {
     const int64_t plain = i_;
-    while (i_ < n_ && s_[i_] != '"' && s_[i_] != '\\' && s_[i_] >= 0x20) ++i_;
+    i_ = orlix::json::scan_plain(s_, i_, n_, high);
     if (!append(s_ + plain, i_ - plain)) return false;
     if (i_ == n_ || s_[i_] < 0x20) return false;
     if (s_[i_] == '"') {

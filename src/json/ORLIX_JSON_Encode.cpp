@@ -118,12 +118,13 @@ bool Encoder::string(const char *bytes, int32_t length) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   if (!out_.put('"')) return false;
   const auto *s = reinterpret_cast<const unsigned char *>(bytes);
-  int32_t run = 0;
-  for (int32_t i = 0; i < length; ++i) {
-    const unsigned char c = s[i];
-    if (c >= 0x20 && c != '"' && c != '\\') continue;
-    if (!out_.put(bytes + run, static_cast<size_t>(i - run))) return false;
-    run = i + 1;
+  int64_t at = 0;
+  bool high = false;  // bytes of 0x80 and above are written as they are
+  for (;;) {
+    const int64_t stop = orlix::json::scan_plain(s, at, length, &high);
+    if (!out_.put(bytes + at, static_cast<size_t>(stop - at))) return false;
+    if (stop == length) break;
+    const unsigned char c = s[stop];
     if (c == '"' || c == '\\') {
       const char escape[2] = {'\\', static_cast<char>(c)};
       if (!out_.put(escape, 2)) return false;
@@ -131,8 +132,9 @@ bool Encoder::string(const char *bytes, int32_t length) {
       const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
       if (!out_.put(escape, 6)) return false;
     }
+    at = stop + 1;
   }
-  return out_.put(bytes + run, static_cast<size_t>(length - run)) && out_.put('"');
+  return out_.put('"');
 }
 
 // Integral values in 32-bit range as "%d"; everything else as "%lf" then

@@ -137,23 +137,42 @@ ORLIX_UString *make(int64_t capacity) {
 }
 
 bool valid_utf8(const unsigned char *in, int64_t n) {
+  // The same acceptance as decode_utf8_multibyte, stated on the bytes
+  // directly: second-byte ranges exclude overlong forms, encoded surrogates
+  // and values above U+10FFFF.
+  const auto cont = [](unsigned char c) { return (c & 0xC0) == 0x80; };
   int64_t i = 0;
   while (i < n) {
-    while (i + 8 <= n) {
-      uint64_t word;
-      std::memcpy(&word, in + i, 8);
-      if ((word & 0x8080808080808080ull) != 0) break;
-      i += 8;
+    while (i + 16 <= n) {
+      uint64_t a;
+      uint64_t b;
+      std::memcpy(&a, in + i, 8);
+      std::memcpy(&b, in + i + 8, 8);
+      if (((a | b) & 0x8080808080808080ull) != 0) break;
+      i += 16;
     }
-    if (i >= n) break;
-    if (in[i] < 0x80) {
+    const unsigned char c = in[i];
+    if (c < 0x80) {
       ++i;
       continue;
     }
-    uint32_t cp = 0;
-    const int used = decode_utf8_multibyte(in + i, n - i, &cp);
-    if (used == 0) return false;
-    i += used;
+    const int64_t left = n - i;
+    if (c >= 0xC2 && c <= 0xDF) {
+      if (left < 2 || !cont(in[i + 1])) return false;
+      i += 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      if (left < 3 || !cont(in[i + 1]) || !cont(in[i + 2])) return false;
+      if (c == 0xE0 && in[i + 1] < 0xA0) return false;   // overlong
+      if (c == 0xED && in[i + 1] >= 0xA0) return false;  // a surrogate
+      i += 3;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      if (left < 4 || !cont(in[i + 1]) || !cont(in[i + 2]) || !cont(in[i + 3])) return false;
+      if (c == 0xF0 && in[i + 1] < 0x90) return false;   // overlong
+      if (c == 0xF4 && in[i + 1] >= 0x90) return false;  // above U+10FFFF
+      i += 4;
+    } else {
+      return false;  // a continuation byte, C0, C1 or F5..FF
+    }
   }
   return true;
 }

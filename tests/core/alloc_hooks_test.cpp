@@ -116,12 +116,14 @@ TEST(AllocHooks, LibraryBlocksCarryModuleAndSize) {
   ExpectAllocs(from, "ORLIX_Error", {sizeof(ORLIX_ErrCtx)});
   orlix_err_ctx_free(ctx);
 
-  // The slot array starts at 16 pointers and doubles.
+  // The first 16 slots share the record's block; growth doubles them into
+  // blocks of their own.
   from = g_mallocs.size();
   ORLIX_ArrayList *list = orlix_arraylist_new(nullptr, nullptr);
   static int item;
   for (int i = 0; i < 33; ++i) ASSERT_EQ(orlix_arraylist_pushback(list, &item), 1);
-  ExpectAllocs(from, "ORLIX_ArrayList", {g_mallocs[from].size, 16 * 8, 32 * 8, 64 * 8});
+  ExpectAllocs(from, "ORLIX_ArrayList", {g_mallocs[from].size, 32 * 8, 64 * 8});
+  EXPECT_GE(g_mallocs[from].size, 16 * 8u);
   orlix_arraylist_free(list);
 
   // A bit set grows to index / 8 + 4 bytes when the bit lies past its array.
@@ -147,9 +149,9 @@ TEST(AllocHooks, LibraryBlocksCarryModuleAndSize) {
 
 TEST(AllocHooks, FailedAllocationsLeaveNoBlockAndNoChange) {
   const long live = g_live;
-  g_fail_at = g_mallocs.size() + 1;  // the second block of each constructor
+  g_fail_at = g_mallocs.size();  // an array list is one block
   EXPECT_EQ(orlix_arraylist_new(nullptr, nullptr), nullptr);
-  g_fail_at = g_mallocs.size() + 1;
+  g_fail_at = g_mallocs.size() + 1;  // the second block of the other constructors
   EXPECT_EQ(orlix_bitset_empty(), nullptr);
   g_fail_at = g_mallocs.size() + 1;
   EXPECT_EQ(orlix_bitset_new(0, reinterpret_cast<const unsigned char *>("ab"), 2), nullptr);
