@@ -134,11 +134,11 @@ int reserve(MemStream *m, const void *argument, ORLIX_ErrCtx *ctx) {
   if ((m->flags & kMemReadOnly) != 0) return 0;
   if (argument == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
   if (m->read_pos != m->write_pos || m->write_pos != m->length) return 0;
-  // A handed-over buffer belongs to the caller: reallocating it here would
-  // release the caller's memory, so it is refused like a read-only one.
-  if ((m->flags & kMemNotOwned) != 0) return 0;
   const int64_t n = *static_cast<const int64_t *>(argument);
   if (n <= m->capacity - m->read_pos) return 1;
+  // A handed-over buffer belongs to the caller: reallocating it here would
+  // release the caller's memory, so growing it is refused.
+  if ((m->flags & kMemNotOwned) != 0) return 0;
   if (n > INT64_MAX - 8 - m->read_pos) return 0;
   const int64_t capacity = orlix::round_up8(m->read_pos + n);
   unsigned char *buffer = orlix::alloc_bytes(capacity, kModule, __LINE__);
