@@ -151,6 +151,7 @@ bool valid_utf8(const unsigned char *in, int64_t n) {
       if (((a | b) & 0x8080808080808080ull) != 0) break;
       i += 16;
     }
+    if (i >= n) break;
     const unsigned char c = in[i];
     if (c < 0x80) {
       ++i;
