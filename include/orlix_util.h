@@ -5,6 +5,7 @@
 #define ORLIX_UTIL_ALL_H
 
 #include "ORLIX_ArrayList.h"
+#include "ORLIX_BigInteger.h"
 #include "ORLIX_BitSet.h"
 #include "ORLIX_Error.h"
 #include "ORLIX_JSON.h"

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ORLIX_BigInteger.h"
 #include "core/alloc.hpp"
 #include "core/memory.hpp"
 
@@ -38,6 +39,7 @@ __attribute__((constructor)) void so_load() {
     if (level < kMinRecursiveLevel) level = kMinRecursiveLevel;
   }
   g_recursive_level = level;
+  orlix_biginteger_init();
 }
 
 }  // namespace
