@@ -172,6 +172,120 @@ typedef int (*ORLIX_WcsToMbsFunc)(void *context, const char *charset, const uint
 ORLIX_API int orlix_ustring_setmbstowcscallback(void *context, ORLIX_MbsToWcsFunc fn);
 ORLIX_API int orlix_ustring_setwcstombscallback(void *context, ORLIX_WcsToMbsFunc fn);
 
+/* ---- normalization, case folding and string preparation -------------------
+ * Unicode 8.0 normalization and case folding, the LDAP (RFC 4518) and
+ * nameprep (RFC 3491) string preparation profiles and IDNA (RFC 3490) with
+ * Punycode (RFC 3492). Every function returns a string to be released with
+ * orlix_ustring_free (or a buffer to be released with orlix_free), and
+ * reports failure only by its result: nothing is recorded anywhere. */
+
+/* Normalization forms. */
+#define ORLIX_NORMALIZE_NFD 1
+#define ORLIX_NORMALIZE_NFC 2
+#define ORLIX_NORMALIZE_NFKD 3
+#define ORLIX_NORMALIZE_NFKC 4
+
+/*
+ * s in the given normalization form. When s already is in that form (and
+ * always for the empty string) the result is s itself with one more
+ * reference; otherwise it is a new string. Either way release it with
+ * orlix_ustring_free. NULL for a NULL string, an unknown form, a string
+ * holding an unpaired surrogate next to other text (only a substring can) or
+ * when memory runs out.
+ */
+ORLIX_API ORLIX_UString *orlix_ustring_normalize(ORLIX_UString *s, int32_t form);
+
+/* Case folding modes: Unicode full case folding, or full case folding with
+ * the FC_NFKC_Closure additions (RFC 3454 table B.2). */
+#define ORLIX_CASEFOLD_FULL 1
+#define ORLIX_CASEFOLD_NFKC_CLOSURE 2
+
+/* A new string holding the case folding of s (U+00DF becomes "ss"). NULL for
+ * a NULL string, another mode, or when memory runs out. */
+ORLIX_API ORLIX_UString *orlix_ustring_tocasefold(const ORLIX_UString *s, int32_t mode);
+
+/* LDAP matching types of orlix_ustring_ldapi18nstringprep. */
+#define ORLIX_LDAPPREP_CASE_EXACT 0       /* spaces kept as separators */
+#define ORLIX_LDAPPREP_CASE_IGNORE 1      /* the same, case folded */
+#define ORLIX_LDAPPREP_NUMERIC 3          /* case folded, spaces removed */
+#define ORLIX_LDAPPREP_TELEPHONE 4        /* spaces and hyphens removed */
+#define ORLIX_LDAPPREP_TELEPHONE_IGNORE 5 /* the same, case folded */
+
+/*
+ * A new string: s prepared for LDAP matching of the given type (RFC 4518):
+ * mapped, case folded for types 1, 3 and 5, NFKC-normalized, checked for
+ * prohibited code points, stripped of right-to-left letters, and with its
+ * insignificant spaces (types 0, 1), spaces (3) or spaces and hyphens (4, 5)
+ * handled. Types 0 and 1 give " " + words separated by two spaces + " ", and
+ * exactly two spaces for a text that is empty or only spaces. NULL for a
+ * NULL string, another type, a prohibited code point (unassigned in Unicode
+ * 5.0, private use, non-character, U+FFFD, RFC 3454 table C.8) or when
+ * memory runs out.
+ */
+ORLIX_API ORLIX_UString *orlix_ustring_ldapi18nstringprep(int64_t type, const ORLIX_UString *s);
+
+/*
+ * A new string: s prepared with the nameprep profile (RFC 3491): B.1 code
+ * points removed, case folded with the B.2 additions, NFKC-normalized, then
+ * checked. NULL for a NULL string, a prohibited code point (non-ASCII
+ * spaces and controls, private use, non-characters, surrogates, tables C.6
+ * to C.9), a breach of the bidirectional rule, an unassigned code point
+ * unless allowunassigned is non-zero, or when memory runs out.
+ */
+ORLIX_API ORLIX_UString *orlix_ustring_idn_stringprep(const ORLIX_UString *s,
+                                                      int32_t allowunassigned);
+
+/*
+ * IDNA ToASCII of one label (RFC 3490). A label of ASCII only is kept as it
+ * is (case included); any other is prepared with nameprep and, when it is
+ * not ASCII then, Punycode-encoded behind the prefix "xn--". With
+ * usestd3asciirules, a label holding an ASCII character other than a letter,
+ * digit or hyphen, or beginning or ending with a hyphen, is refused;
+ * allowwildcard lets "*" through that test. Flags are true when non-zero.
+ * Returns 1 with a new NUL-terminated ASCII label of 1 to 63 characters in
+ * *out (release with orlix_free) and its length in *count; 0 for a NULL or
+ * empty label, a NULL out pointer, a label nameprep or the rules refuse, a
+ * non-ASCII label that already starts with "xn--", a result of more than 63
+ * characters, or when memory runs out.
+ */
+ORLIX_API int orlix_ustring_idnlabel_toascii(const ORLIX_UString *label, int32_t allowunassigned,
+                                             int32_t usestd3asciirules, int32_t allowwildcard,
+                                             char **out, int64_t *count);
+
+/*
+ * ToASCII of a domain name: every label converted as above and joined with
+ * ".". U+002E, U+3002, U+FF0E and U+FF61 all separate labels. Returns 1 with
+ * a new NUL-terminated ASCII name in *out (release with orlix_free) and its
+ * length in *count; 0 when any label fails, a label is empty (also a
+ * trailing separator), the domain is NULL or empty, or out is NULL.
+ */
+ORLIX_API int orlix_ustring_idn_toascii(const ORLIX_UString *domain, int32_t allowunassigned,
+                                        int32_t usestd3asciirules, int32_t allowwildcard,
+                                        char **out, int64_t *count);
+
+/*
+ * IDNA ToUnicode of one label: the decoded form of an "xn--" label whose
+ * decoding converts back to it under ToASCII with the same flags. Never
+ * fails: whatever cannot be decoded is given back as label itself with one
+ * more reference. Release the result with orlix_ustring_free. NULL only for
+ * a NULL label.
+ */
+ORLIX_API ORLIX_UString *orlix_ustring_idnlabel_tounicode(ORLIX_UString *label,
+                                                          int32_t allowunassigned,
+                                                          int32_t usestd3asciirules,
+                                                          int32_t allowwildcard);
+
+/*
+ * ToUnicode of a domain name: a new string with every label converted as
+ * above and joined with ".". A domain with an empty label (also a trailing
+ * separator), or one that cannot be built, is given back itself with one
+ * more reference. NULL only for a NULL domain.
+ */
+ORLIX_API ORLIX_UString *orlix_ustring_idn_tounicode(ORLIX_UString *domain,
+                                                     int32_t allowunassigned,
+                                                     int32_t usestd3asciirules,
+                                                     int32_t allowwildcard);
+
 ORLIX_END_DECLS
 
 #endif /* ORLIX_USTRING_H */

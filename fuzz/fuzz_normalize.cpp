@@ -1,0 +1,243 @@
+// Normalization and case folding against a reference model, and the
+// stability properties of the forms.
+//
+// The model decomposes, orders and composes the way the normalizer is
+// specified - one-level rows applied again, a stable sort of every run of
+// marks, then the composition walk over the whole text with its blocking
+// rule and the Hangul arithmetic - looking everything up in the row tables
+// by binary search, where the library streams and uses its property trie.
+//
+// Properties: NFD and NFKD are stable (NF(NF(x)) == NF(x)); a text the
+// quick check passes is returned itself and is what the model makes of it;
+// NFC(NFC(x)) == NFC(x), NFC(NFD(x)) == NFC(x), NFKC(NFKC(x)) == NFKC(x) and
+// NFKC(NFKD(x)) == NFKC(x) on every text without an L + V pair followed by
+// something the LV rule may take (an LV syllable takes any following
+// character above U+11A7, not only the trailing consonants, so composing
+// such a text again can differ); for those texts the composed forms are
+// checked against the model's rule instead. Case folding is stable too.
+//
+// Input: code points, each read as a selector byte and up to three more
+// bytes (ASCII, marks and scripts, Hangul, the rest of the BMP, the
+// supplementary planes).
+#include <algorithm>
+#include <vector>
+
+#include "ORLIX_UString.h"
+#include "ORLIX_Util.h"
+#include "fuzz_util.hpp"
+#include "ustring/ORLIX_UString.hpp"
+#include "ustring/ORLIX_UString_Normalize.hpp"
+#include "ustring/ORLIX_UString_Tables.hpp"
+
+namespace {
+
+using Text = std::vector<uint32_t>;
+namespace h = orlix::hangul;
+
+uint32_t NextCodePoint(fuzz::Reader &in) {
+  const uint8_t s = in.u8();
+  if (s < 0x60) return s;
+  if (s < 0xA0) return 0x60 + in.u16() % 0x1FA0;
+  if (s < 0xC0) {
+    const uint8_t v = in.u8();
+    if (v < 0xC0) return 0x1100 + v;  // conjoining jamo
+    return h::SBase + in.u16() % h::SCount;
+  }
+  if (s < 0xF0) {
+    const uint32_t cp = 0x2000 + in.u16() % 0xE000;
+    return orlix::utf16::is_surrogate(cp) ? cp + 0x800 : cp;
+  }
+  const uint32_t high = in.u8() % 0x11;
+  return high == 0 ? 0x10000 + in.u16() : (high << 16 | in.u16());
+}
+
+Text Decode(const ORLIX_UString *s) {
+  Text out;
+  for (int64_t i = 0; i < s->length; ++i) {
+    uint32_t u = s->data[i];
+    if (orlix::utf16::is_high(u) && i + 1 < s->length) u = orlix::utf16::combine(u, s->data[++i]);
+    out.push_back(u);
+  }
+  return out;
+}
+
+ORLIX_UString *Make(const Text &t) {
+  std::vector<uint64_t> wide(t.begin(), t.end());
+  return orlix_ustring_newutf32(wide.data(), static_cast<int64_t>(wide.size()));
+}
+
+// ---- the model -------------------------------------------------------------------
+
+uint32_t Class(uint32_t cp) {
+  const auto *row = orlix::lookup::combining_class(cp);
+  return row ? row->combining_class : 0;
+}
+
+void Decompose(uint32_t cp, bool compatibility, Text &out) {
+  if (const auto *row = orlix::lookup::canonical(cp)) {
+    for (uint32_t i = 0; i < row->count; ++i) Decompose(row->mapping[i], compatibility, out);
+  } else if (const auto *c = compatibility ? orlix::lookup::compatibility(cp) : nullptr) {
+    for (uint32_t i = 0; i < c->count; ++i)
+      Decompose(orlix::unicode::g_CompatibilityMapping_Pool[c->offset + i], compatibility, out);
+  } else if (h::is_syllable(cp)) {
+    const uint32_t s = cp - h::SBase;
+    out.push_back(h::LBase + s / h::NCount);
+    out.push_back(h::VBase + s % h::NCount / h::TCount);
+    if (s % h::TCount) out.push_back(h::TBase + s % h::TCount);
+  } else {
+    out.push_back(cp);
+  }
+}
+
+Text Decomposed(const Text &t, bool compatibility) {
+  Text out;
+  for (uint32_t cp : t) Decompose(cp, compatibility, out);
+  for (size_t i = 0; i < out.size();) {
+    size_t j = i;
+    while (j < out.size() && Class(out[j]) != 0) ++j;
+    std::stable_sort(out.begin() + i, out.begin() + j,
+                     [](uint32_t a, uint32_t b) { return Class(a) < Class(b); });
+    i = j + 1;
+  }
+  return out;
+}
+
+uint32_t Pair(uint32_t s, uint32_t c) {
+  if (const auto *row = orlix::lookup::composition(s, c))
+    return orlix::lookup::contains(orlix::unicode::g_Full_Composition_Exclusion_Table,
+                                   row->composite)
+               ? 0
+               : row->composite;
+  if (s >= h::LBase && s < h::LBase + h::LCount && c >= h::VBase && c < h::VBase + h::VCount)
+    return h::SBase + ((s - h::LBase) * h::VCount + c - h::VBase) * h::TCount;
+  if (h::is_lv(s) && c > h::TBase) {
+    const uint32_t r = s + c - h::TBase;
+    if (r <= 0x10FFFF && !orlix::utf16::is_surrogate(r)) return r;
+  }
+  return 0;
+}
+
+Text Composed(Text s) {
+  size_t sp = 0;
+  while (sp < s.size() && Class(s[sp]) != 0) ++sp;
+  if (s.size() < 2 || sp + 1 >= s.size()) return s;
+  uint32_t last = 0;
+  for (size_t i = sp + 1; i < s.size();) {
+    const uint32_t cc = Class(s[i]);
+    if (last == 0 || cc > last) {
+      if (const uint32_t r = Pair(s[sp], s[i])) {
+        s[sp] = r;
+        s.erase(s.begin() + static_cast<ptrdiff_t>(i));
+        i = sp + 1;
+        last = 0;
+        continue;
+      }
+    }
+    if (cc == 0) sp = i;
+    last = cc;
+    ++i;
+  }
+  return s;
+}
+
+// An L + V pair followed by something the LV rule may take: a character
+// above U+11A7 that is no trailing consonant, or a mark that lets a later
+// character through.
+bool LvRuleMayApply(const Text &d) {
+  for (size_t i = 0; i + 2 < d.size(); ++i) {
+    if (d[i] < h::LBase || d[i] >= h::LBase + h::LCount) continue;
+    if (d[i + 1] < h::VBase || d[i + 1] >= h::VBase + h::VCount) continue;
+    const uint32_t c = d[i + 2];
+    if (c > h::TBase + h::TCount - 1 || Class(c) != 0) return true;
+  }
+  return false;
+}
+
+// ---- checks ------------------------------------------------------------------------
+
+struct Str {
+  ORLIX_UString *s;
+  explicit Str(ORLIX_UString *p) : s(p) {}
+  ~Str() { orlix_ustring_free(s); }
+  Str(const Str &) = delete;
+  Str &operator=(const Str &) = delete;
+};
+
+void CheckRecord(const ORLIX_UString *s) {
+  FUZZ_CHECK(s != nullptr);
+  FUZZ_CHECK(s->data[s->length] == 0);
+  const Text t = Decode(s);
+  FUZZ_CHECK(s->charcount == static_cast<int64_t>(t.size()));
+  const bool pairs = std::any_of(t.begin(), t.end(), [](uint32_t c) { return c > 0xFFFF; });
+  FUZZ_CHECK(s->hassurrogate == (pairs ? 1u : 0u));
+  for (uint32_t c : t) FUZZ_CHECK(!orlix::utf16::is_surrogate(c));
+}
+
+Text Normalize(ORLIX_UString *s, int32_t form, bool *same = nullptr) {
+  Str r(orlix_ustring_normalize(s, form));
+  CheckRecord(r.s);
+  if (same) *same = r.s == s;
+  return Decode(r.s);
+}
+
+void CheckForms(const Text &x) {
+  Str s(Make(x));
+  FUZZ_CHECK(s.s != nullptr);
+  for (bool compatibility : {false, true}) {
+    const int32_t decomposing = compatibility ? ORLIX_NORMALIZE_NFKD : ORLIX_NORMALIZE_NFD;
+    const int32_t composing = compatibility ? ORLIX_NORMALIZE_NFKC : ORLIX_NORMALIZE_NFC;
+    const Text model_d = Decomposed(x, compatibility);
+    const Text model_c = Composed(model_d);
+    const bool lv = LvRuleMayApply(model_d);
+
+    bool same = false;
+    const Text d = Normalize(s.s, decomposing, &same);
+    FUZZ_CHECK(d == model_d, "form %d differs from the model", decomposing);
+    FUZZ_CHECK(!same || d == x);
+    Str ds(Make(d));
+    FUZZ_CHECK(Normalize(ds.s, decomposing) == d, "form %d is not stable", decomposing);
+
+    const Text c = Normalize(s.s, composing, &same);
+    if (same) {
+      // The quick check passed it: it must be what composition makes of it,
+      // unless the LV rule would take more than the standard forms do.
+      FUZZ_CHECK(c == x);
+      FUZZ_CHECK(lv || model_c == x, "form %d passed a text it changes", composing);
+    } else {
+      FUZZ_CHECK(c == model_c, "form %d differs from the model", composing);
+    }
+    Str cs(Make(c));
+    const Text cc = Normalize(cs.s, composing);
+    const Text dc = Normalize(ds.s, composing);
+    if (!lv) {
+      FUZZ_CHECK(cc == c, "form %d is not stable", composing);
+      FUZZ_CHECK(dc == c, "form %d of the decomposition differs", composing);
+    } else {
+      // The rule itself: the decomposition holds a V jamo, which no text
+      // passes the quick check with, so it is composed as the model does.
+      FUZZ_CHECK(dc == model_c, "form %d of the decomposition differs from the model", composing);
+    }
+  }
+}
+
+void CheckFolding(const Text &x) {
+  Str s(Make(x));
+  for (int32_t mode = 1; mode <= 2; ++mode) {
+    Str f(orlix_ustring_tocasefold(s.s, mode));
+    CheckRecord(f.s);
+    FUZZ_CHECK(f.s != s.s);
+    Str again(orlix_ustring_tocasefold(f.s, mode));
+    FUZZ_CHECK(Decode(again.s) == Decode(f.s), "folding mode %d is not stable", mode);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fuzz::Reader in(data, size);
+  Text x;
+  while (!in.empty() && x.size() < 256) x.push_back(NextCodePoint(in));
+  CheckForms(x);
+  CheckFolding(x);
+  return 0;
+}

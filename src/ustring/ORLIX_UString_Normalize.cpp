@@ -1,0 +1,600 @@
+// Unicode normalization (NFD, NFC, NFKD, NFKC) over the Unicode 8.0 tables,
+// the unit buffer the Unicode algorithms work in, and the code-point
+// predicates of the string preparation profiles.
+//
+// A string that passes the quick check is returned itself, with one more
+// reference. Any other string goes through one streaming pass: every code
+// point is decomposed completely by applying the one-level tables again to
+// what they produce, each run of combining marks is put in canonical order
+// when the next starter arrives, and (NFC, NFKC) every character is offered
+// to the last starter as soon as its run is ordered. The output is written
+// once, into a buffer made for the text's own length; when what comes next
+// might not fit, the buffer grows once to the size of the full decomposition
+// of the rest. Long texts so cost neither repeated growth nor moving the
+// rest of the text at every decomposition or composition.
+#include "ustring/ORLIX_UString_Normalize.hpp"
+
+#include <cstring>
+
+#include "ORLIX_Util.h"
+#include "core/memory.hpp"
+
+namespace orlix {
+
+namespace {
+
+constexpr const char kModule[] = "ORLIX_UString";
+// Largest unit count a buffer may hold: its byte size must fit in int64_t.
+constexpr int64_t kMaxUnits = INT64_MAX / 4;
+
+using unicode::g_CanonicalComposition_Table;
+using unicode::g_CanonicalDecomposition_Table;
+using unicode::g_CompatibilityDecomposition_Table;
+using unicode::g_CompatibilityMapping_Pool;
+using unicode::kCombiningClassMask;
+using unicode::normalization_bits;
+using unicode::properties;
+using unicode::property_bits;
+using utf16::is_high;
+using utf16::is_low;
+using utf16::is_surrogate;
+
+int compare_u32(uint32_t a, uint32_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
+
+// Moves the units to a new array of `capacity` units.
+bool grow(ORLIX_UString_Buffer *b, int64_t capacity) {
+  if (capacity > kMaxUnits) return false;
+  auto *data = static_cast<uint16_t *>(orlix_malloc(capacity * 2, kModule, __LINE__));
+  if (data == nullptr) return false;
+  if (b->length > 0) std::memcpy(data, b->data, static_cast<size_t>(b->length) * 2);
+  orlix_free(b->data);
+  b->data = data;
+  b->capacity = capacity;
+  return true;
+}
+
+// Units of cp's full decomposition in the given form.
+inline int64_t decomposed_units(uint32_t cp, bool compatibility) {
+  const unicode::Properties &p = properties(cp);
+  const int64_t n = compatibility ? p.compatibility_length : p.canonical_length;
+  if (n != 0) return n;
+  if (hangul::is_syllable(cp)) return hangul::is_lv(cp) ? 2 : 3;
+  return cp < 0x10000 ? 1 : 2;
+}
+
+// True when a starter may still combine with something that follows it:
+// the first code point of a composition pair, a leading consonant (L + V)
+// or an LV syllable (LV + T, and the LV rule). `bits` are its normalization
+// bits.
+inline bool may_compose(uint32_t cp, uint32_t bits) {
+  return (bits & unicode::kFirst) || cp - hangul::LBase < hangul::LCount || hangul::is_lv(cp);
+}
+
+// The streaming normalizer: push the code points of the text in order, then
+// finish. Output goes to a buffer whose room the caller reserves ahead (see
+// normalize_units); every step returns false only when memory runs out.
+//
+// Decomposition applies the one-level rows again to every code point they
+// produce. Marks wait in a run until the next starter (or the end), which is
+// then put in canonical order - sortByCombiningClass one run at a time. For
+// NFC and NFKC every character leaving the run goes on to composition.
+class Normalizer {
+ public:
+  Normalizer(int32_t form, ORLIX_UString_Buffer *out)
+      : compatibility_(form == kNFKD || form == kNFKC),
+        compose_(form == kNFC || form == kNFKC),
+        decomposes_(compatibility_ ? unicode::kNfkdNo : unicode::kNfdNo),
+        out_(out),
+        run_(kModule),
+        window_(kModule) {}
+
+  // Code points held back: the run and the composition window.
+  int64_t pending() const { return run_.size() + window_.size(); }
+
+  bool push(uint32_t cp) {
+    const uint32_t bits = normalization_bits(cp);
+    if (!(bits & decomposes_)) return feed(cp, bits);
+    const unicode::Properties &p = properties(cp);
+    if (p.bits & unicode::kCanonical) {
+      const auto &row = g_CanonicalDecomposition_Table[p.decomposition - 1];
+      for (uint32_t i = 0; i < row.count; ++i)
+        if (!push(row.mapping[i])) return false;
+      return true;
+    }
+    if (compatibility_ && (p.bits & unicode::kCompatibility)) {
+      const auto &row = g_CompatibilityDecomposition_Table[p.decomposition - 1];
+      for (uint32_t i = 0; i < row.count; ++i)
+        if (!push(g_CompatibilityMapping_Pool[row.offset + i])) return false;
+      return true;
+    }
+    // The one decomposition without rows: a Hangul syllable.
+    const uint32_t s = cp - hangul::SBase;
+    if (!feed(hangul::LBase + s / hangul::NCount, 0)) return false;
+    if (!feed(hangul::VBase + s % hangul::NCount / hangul::TCount, 0)) return false;
+    return s % hangul::TCount == 0 || feed(hangul::TBase + s % hangul::TCount, 0);
+  }
+
+  bool finish() {
+    if (!run_.empty() && !sort_run()) return false;
+    return flush();
+  }
+
+ private:
+  bool put(uint32_t cp) { return buffer_put(out_, cp); }
+
+  // `bits` are the normalization bits of cp (0 for the jamo of a
+  // syllable: class 0, no pair rows).
+  bool feed(uint32_t cp, uint32_t bits) {
+    const uint32_t cc = bits & kCombiningClassMask;
+    if (cc != 0) {
+      if (run_.empty()) first_mark_bits_ = bits;
+      return run_.push_back({cp, cc});
+    }
+    if (!run_.empty() && !sort_run()) return false;
+    return compose_ ? offer(cp, bits) : put(cp);
+  }
+
+  bool sort_run() {
+    bool ok = true;
+    if (run_.size() == 1) {
+      const auto cp = static_cast<uint32_t>(run_[0].code_point);
+      ok = compose_ ? offer(cp, first_mark_bits_) : put(cp);
+    } else {
+      CombiningClass_Buffer_sort(run_.data(), run_.size());
+      for (int64_t i = 0; i < run_.size() && ok; ++i) {
+        const auto cp = static_cast<uint32_t>(run_[i].code_point);
+        ok = compose_ ? offer(cp, normalization_bits(cp)) : put(cp);
+      }
+    }
+    run_.clear();
+    return ok;
+  }
+
+  // Canonical composition, one character at a time. The starter is the last
+  // character of class 0; while it may still combine, the window holds it
+  // and the characters after it that did not combine (else they are written
+  // at once). `last_` is the class of the last of those, 0 right after the
+  // starter and after every composition. A character is offered to the
+  // starter when nothing blocks it: last_ = 0 or its class is above last_.
+  bool offer(uint32_t cp, uint32_t bits) {
+    const uint32_t cc = bits & kCombiningClassMask;
+    if (!has_starter_) {
+      if (cc != 0) return put(cp);  // nothing before the first starter combines
+      return start(cp, bits);
+    }
+    if (live_ && (last_ == 0 || cc > last_)) {
+      if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits)) {
+        become(composite);
+        return rewalk();
+      }
+    }
+    if (cc == 0) return flush() && start(cp, bits);
+    last_ = cc;
+    return live_ ? window_.push_back(cp) : put(cp);
+  }
+
+  bool start(uint32_t cp, uint32_t bits) {
+    has_starter_ = true;
+    last_ = 0;
+    starter_ = cp;
+    starter_bits_ = bits;
+    live_ = may_compose(cp, bits);
+    return live_ ? window_.push_back(cp) : put(cp);
+  }
+
+  void become(uint32_t composite) {
+    starter_ = composite;
+    window_[0] = composite;
+    starter_bits_ = normalization_bits(composite);
+    live_ = may_compose(composite, starter_bits_);
+  }
+
+  // After a composition the walk goes on right after the new starter: the
+  // characters that did not combine with the old one are offered again. A
+  // starter that can combine no more leaves the window.
+  bool rewalk() {
+    last_ = 0;
+    int64_t j = 1;
+    while (j < window_.size()) {
+      const uint32_t cp = window_[j];
+      const uint32_t bits = normalization_bits(cp);
+      const uint32_t cc = bits & kCombiningClassMask;
+      if (live_ && (last_ == 0 || cc > last_)) {
+        if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits)) {
+          become(composite);
+          std::memmove(&window_[j], &window_[j] + 1,
+                       static_cast<size_t>(window_.size() - j - 1) * sizeof(uint32_t));
+          window_.pop_back();
+          last_ = 0;
+          j = 1;
+          continue;
+        }
+      }
+      last_ = cc;
+      ++j;
+    }
+    return live_ || flush();
+  }
+
+  bool flush() {
+    for (int64_t i = 0; i < window_.size(); ++i)
+      if (!put(window_[i])) return false;
+    window_.clear();
+    return true;
+  }
+
+  const bool compatibility_;
+  const bool compose_;
+  const uint32_t decomposes_;  // the quick-check No bit: a decomposition exists
+  ORLIX_UString_Buffer *out_;
+  SmallBuffer<CombiningClassEntry, 32> run_;
+  uint32_t first_mark_bits_ = 0;
+  SmallBuffer<uint32_t, 32> window_;
+  bool has_starter_ = false;
+  bool live_ = false;
+  uint32_t starter_ = 0;
+  uint32_t starter_bits_ = 0;
+  uint32_t last_ = 0;
+};
+
+// Makes room in b for what is held back plus the full decomposition of the
+// units from i on: an upper bound of the rest of the output.
+bool reserve_rest(ORLIX_UString_Buffer *b, const uint16_t *units, int64_t i, int64_t n,
+                  int64_t pending, bool compatibility) {
+  int64_t need = b->length + 2 * pending + 32;
+  while (i < n) {
+    int width = 1;
+    need += decomposed_units(code_point_at(units, n, i, &width), compatibility);
+    i += width;
+  }
+  return need <= b->capacity || grow(b, need);
+}
+
+}  // namespace
+
+// ---- the buffer ---------------------------------------------------------------
+
+ORLIX_UString_Buffer *ORLIX_UString_Buffer_new(int64_t n) {
+  if (n < 0 || n > kMaxUnits - 16) return nullptr;
+  Owned<ORLIX_UString_Buffer> b(alloc_record<ORLIX_UString_Buffer>(kModule, __LINE__));
+  if (!b) return nullptr;
+  const int64_t capacity = n / 8 * 8 + 16;
+  b->data = static_cast<uint16_t *>(orlix_malloc(capacity * 2, kModule, __LINE__));
+  if (b->data == nullptr) return nullptr;
+  b->length = 0;
+  b->capacity = capacity;
+  b->pos = 0;
+  b->charcount = 0;
+  return b.release();
+}
+
+void ORLIX_UString_Buffer_free(ORLIX_UString_Buffer *buffer) {
+  if (buffer == nullptr) return;
+  orlix_free(buffer->data);
+  orlix_free(buffer);
+}
+
+int ORLIX_UString_Buffer_append(ORLIX_UString_Buffer *b, uint32_t cp) {
+  if (b->capacity - b->length < 4 && !grow(b, round_up8(b->capacity + 1024) + 16)) return 0;
+  b->pos += put_units(b->data + b->pos, cp);
+  b->length = b->pos;
+  ++b->charcount;
+  b->data[b->length] = 0;
+  return 1;
+}
+
+int ORLIX_UString_Buffer_appendwchars(ORLIX_UString_Buffer *b, const uint16_t *units, int64_t n) {
+  if (n < 0 || n > kMaxUnits - b->capacity - 1024) return 0;
+  if (b->capacity - b->length < n && !grow(b, b->capacity + round_up8(n + 1024))) return 0;
+  if (n > 0) std::memcpy(b->data + b->pos, units, static_cast<size_t>(n) * 2);
+  b->pos += n;
+  b->length = b->pos;
+  return 1;
+}
+
+int ORLIX_UString_Buffer_Decomposition(ORLIX_UString_Buffer *b, const uint32_t *cps, int64_t n) {
+  if (n < 0 || n > kMaxUnits / 4) return 0;
+  int64_t removed = is_surrogate(b->data[b->pos]) ? 2 : 1;
+  if (removed > b->length - b->pos) removed = b->length - b->pos;
+  if (b->capacity - b->length + removed < 2 * n && !grow(b, b->capacity + round_up8(2 * n + 1024)))
+    return 0;
+  int64_t inserted = 0;
+  for (int64_t i = 0; i < n; ++i) inserted += cps[i] < 0x10000 ? 1 : 2;
+  const int64_t tail = b->length - b->pos - removed;
+  std::memmove(b->data + b->pos + inserted, b->data + b->pos + removed,
+               static_cast<size_t>(tail) * 2);
+  uint16_t *out = b->data + b->pos;
+  for (int64_t i = 0; i < n; ++i) out += put_units(out, cps[i]);
+  b->length += inserted - removed;
+  if (b->length < b->capacity) b->data[b->length] = 0;
+  return 1;
+}
+
+void ORLIX_UString_Buffer_Composition(ORLIX_UString_Buffer *b, uint32_t composite, int64_t index,
+                                      int64_t units) {
+  uint16_t *d = b->data;
+  // The removed character first: it stands after the starter.
+  std::memmove(d + index, d + index + units, static_cast<size_t>(b->length - index - units) * 2);
+  b->length -= units;
+  const int64_t old_units = is_surrogate(d[b->pos]) && b->pos + 1 < b->length ? 2 : 1;
+  const int64_t new_units = composite < 0x10000 ? 1 : 2;
+  if (new_units != old_units) {
+    std::memmove(d + b->pos + new_units, d + b->pos + old_units,
+                 static_cast<size_t>(b->length - b->pos - old_units) * 2);
+    b->length += new_units - old_units;
+  }
+  put_units(d + b->pos, composite);
+  if (b->length < b->capacity) d[b->length] = 0;
+  --b->charcount;
+}
+
+ORLIX_UString *ORLIX_UString_Buffer_detach(ORLIX_UString_Buffer *b) {
+  auto *s = alloc_record<ORLIX_UString>(kModule, __LINE__);
+  if (s == nullptr) return nullptr;
+  if (b->length < b->capacity) b->data[b->length] = 0;
+  s->data = b->data;
+  s->length = b->length;
+  s->charcount = b->charcount;
+  s->hassurrogate = b->charcount != b->length ? 1 : 0;
+  s->refcount = 1;
+  b->data = nullptr;
+  b->length = b->capacity = b->pos = b->charcount = 0;
+  return s;
+}
+
+// ---- normalization ------------------------------------------------------------
+
+void CombiningClass_Buffer_sort(CombiningClassEntry *run, int64_t n) {
+  if (n == 2) {
+    if (run[0].combining_class > run[1].combining_class) {
+      const CombiningClassEntry t = run[0];
+      run[0] = run[1];
+      run[1] = t;
+    }
+    return;
+  }
+  for (int64_t i = 1; i < n; ++i) {
+    const CombiningClassEntry e = run[i];
+    int64_t j = i;
+    for (; j > 0 && run[j - 1].combining_class > e.combining_class; --j) run[j] = run[j - 1];
+    run[j] = e;
+  }
+}
+
+uint32_t compose_pair(uint32_t s, uint32_t s_bits, uint32_t c, uint32_t c_bits) {
+  if (c < unicode::kFirstCompositionSecond) return 0;
+  if ((s_bits & unicode::kFirst) && (c_bits & unicode::kSecond)) {
+    for (int64_t i = properties(s).composition - 1;
+         i < unicode::kCanonicalCompositionRows && g_CanonicalComposition_Table[i].first == s;
+         ++i) {
+      if (g_CanonicalComposition_Table[i].second != c) continue;
+      const uint32_t composite = g_CanonicalComposition_Table[i].composite;
+      return (property_bits(composite) & unicode::kCompositionExcluded) ? 0 : composite;
+    }
+  }
+  using namespace hangul;
+  if (s - LBase < LCount && c - VBase < VCount)
+    return SBase + ((s - LBase) * VCount + (c - VBase)) * TCount;
+  // An LV syllable takes any character above TBase, not only the trailing
+  // consonants: this is how strings have always been composed here. A sum
+  // that is no Unicode scalar value cannot be stored and is not formed.
+  if (is_lv(s) && c > TBase) {
+    const uint32_t composite = s + (c - TBase);
+    if (composite <= 0x10FFFF && !is_surrogate(composite)) return composite;
+  }
+  return 0;
+}
+
+uint32_t compose_pair(uint32_t s, uint32_t c) {
+  return compose_pair(s, normalization_bits(s), c, normalization_bits(c));
+}
+
+QuickCheck quick_check(const uint16_t *u, int64_t n, int32_t form) {
+  uint32_t no = 0;
+  uint32_t maybe = 0;
+  switch (form) {
+    case kNFD: no = unicode::kNfdNo; break;
+    case kNFC: no = unicode::kNfcNo, maybe = unicode::kNfcMaybe; break;
+    case kNFKD: no = unicode::kNfkdNo; break;
+    case kNFKC: no = unicode::kNfkcNo, maybe = unicode::kNfkcMaybe; break;
+    default: return QuickCheck::kNo;
+  }
+  uint32_t last = 0;
+  int64_t i = 0;
+  while (i < n) {
+    // Sixteen units at a time: ASCII passes every check. Other text goes
+    // through the trie in steps of sixteen units, without branching on
+    // which kind of character comes next.
+    if (i + 16 <= n) {
+      uint64_t w[4];
+      std::memcpy(w, u + i, sizeof w);
+      if (((w[0] | w[1] | w[2] | w[3]) & 0xFF80FF80FF80FF80ull) == 0) {
+        i += 16;
+        last = 0;
+        continue;
+      }
+    }
+    for (const int64_t end = i + 16 < n ? i + 16 : n; i < end;) {
+      uint32_t cp = u[i++];
+      if (is_surrogate(cp)) {
+        if (!is_high(cp) || i >= n || !is_low(u[i])) return QuickCheck::kNo;  // unpaired
+        cp = utf16::combine(cp, u[i++]);
+      }
+      const uint32_t bits = normalization_bits(cp);
+      const uint32_t cc = bits & kCombiningClassMask;
+      const bool out_of_order = (cc != 0) & (cc < last);
+      if (out_of_order | ((bits & (no | maybe)) != 0))
+        return out_of_order || (bits & no) ? QuickCheck::kNo : QuickCheck::kMaybe;
+      last = cc;
+    }
+  }
+  return QuickCheck::kYes;
+}
+
+ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
+  if (form < kNFD || form > kNFKC || n < 0 || (units == nullptr && n != 0)) return nullptr;
+  const bool compatibility = form == kNFKD || form == kNFKC;
+  // A text that is a single unit is copied as it is, even a lone surrogate
+  // (its canonical ordering, where surrogates are checked, is skipped).
+  if (n == 1 && is_surrogate(units[0])) {
+    OwnedBuffer b(ORLIX_UString_Buffer_new(n + 32));
+    if (!b || !ORLIX_UString_Buffer_appendwchars(b.get(), units, n)) return nullptr;
+    b->charcount = 1;
+    return detach(std::move(b));
+  }
+  // The buffer starts with room for the text as it is; before each code
+  // point, when what it and everything held back could write might not fit,
+  // room is made once for the full decomposition of the rest.
+  OwnedBuffer b(ORLIX_UString_Buffer_new(n + 32));
+  if (!b) return nullptr;
+  Normalizer normalizer(form, b.get());
+  for (int64_t i = 0; i < n;) {
+    if (b->capacity - b->length < unicode::kMaxDecompositionUnits + 4 + 2 * normalizer.pending() &&
+        !reserve_rest(b.get(), units, i, n, normalizer.pending(), compatibility))
+      return nullptr;
+    int width = 1;
+    const uint32_t cp = code_point_at(units, n, i, &width);
+    if (is_surrogate(cp) || !normalizer.push(cp)) return nullptr;  // unpaired, or no memory
+    i += width;
+  }
+  if (!normalizer.finish()) return nullptr;
+  return detach(std::move(b));
+}
+
+// ---- code-point predicates ------------------------------------------------------
+
+const uint32_t g_ChangeDisplay_Table[kChangeDisplayRows] = {
+    0x0340, 0x0341, 0x200E, 0x200F, 0x202A, 0x202B, 0x202C, 0x202D,
+    0x202E, 0x206A, 0x206B, 0x206C, 0x206D, 0x206E, 0x206F,
+};
+
+uint32_t getCharCombiningClass(uint32_t cp) { return property_bits(cp) & kCombiningClassMask; }
+
+int hasUnassignedCodePoint(const uint16_t *units, int64_t n) {
+  for (int64_t i = 0; i < n;) {
+    int width = 1;
+    if (property_bits(code_point_at(units, n, i, &width)) & unicode::kUnassigned) return 1;
+    i += width;
+  }
+  return 0;
+}
+
+bool is_change_display(uint32_t cp) {
+  return cp >= g_ChangeDisplay_Table[0] && cp <= g_ChangeDisplay_Table[kChangeDisplayRows - 1] &&
+         lookup::contains(g_ChangeDisplay_Table, cp);
+}
+
+int hasChangeDisplayCodePoint(const uint16_t *units, int64_t n) {
+  for (int64_t i = 0; i < n;) {
+    int width = 1;
+    if (is_change_display(code_point_at(units, n, i, &width))) return 1;
+    i += width;
+  }
+  return 0;
+}
+
+int iscombingmark(const uint16_t *units) {
+  uint32_t cp = units[0];
+  if (is_high(cp) && is_low(units[1])) cp = utf16::combine(cp, units[1]);
+  return (property_bits(cp) & unicode::kMark) ? 1 : 0;
+}
+
+int isPrivateCodePoint(uint32_t cp) {
+  return (cp >= 0xE000 && cp <= 0xF8FF) || (cp >= 0xF0000 && cp <= 0xFFFFD) ||
+         (cp >= 0x100000 && cp <= 0x10FFFD);
+}
+
+int64_t count_code_points(const uint16_t *units, int64_t n) {
+  int64_t count = 0;
+  for (int64_t i = 0; i < n; ++count) {
+    int width = 1;
+    code_point_at(units, n, i, &width);
+    i += width;
+  }
+  return count;
+}
+
+// ---- table look-ups by binary search -----------------------------------------------
+
+int combiningClassCmp(const void *key, const void *row) {
+  return compare_u32(*static_cast<const uint32_t *>(key),
+                     static_cast<const unicode::CombiningClassRow *>(row)->code_point);
+}
+
+int CanonicalDecompositionCmp(const void *key, const void *row) {
+  return compare_u32(*static_cast<const uint32_t *>(key),
+                     static_cast<const unicode::CanonicalDecompositionRow *>(row)->code_point);
+}
+
+int CompatibilityDecompositionCmp(const void *key, const void *row) {
+  return compare_u32(*static_cast<const uint32_t *>(key),
+                     static_cast<const unicode::CompatibilityDecompositionRow *>(row)->code_point);
+}
+
+int CanonicalCompositionCmp(const void *key, const void *row) {
+  const auto *k = static_cast<const uint32_t *>(key);
+  const auto *r = static_cast<const unicode::CanonicalCompositionRow *>(row);
+  const int c = compare_u32(k[0], r->first);
+  return c != 0 ? c : compare_u32(k[1], r->second);
+}
+
+int codepointCmp(const void *key, const void *row) {
+  return compare_u32(*static_cast<const uint32_t *>(key), *static_cast<const uint32_t *>(row));
+}
+
+namespace lookup {
+
+namespace {
+template <class Row>
+const Row *find(const Row *table, int64_t count, const void *key, ORLIX_CompareFunc compare) {
+  int64_t position = 0;
+  if (orlix_bsearch(key, table, count, sizeof(Row), compare, &position) != 1) return nullptr;
+  return table + position;
+}
+}  // namespace
+
+const unicode::CombiningClassRow *combining_class(uint32_t cp) {
+  return find(unicode::g_CombiningClass_Table, unicode::kCombiningClassRows, &cp,
+              combiningClassCmp);
+}
+
+const unicode::CanonicalDecompositionRow *canonical(uint32_t cp) {
+  return find(g_CanonicalDecomposition_Table, unicode::kCanonicalDecompositionRows, &cp,
+              CanonicalDecompositionCmp);
+}
+
+const unicode::CompatibilityDecompositionRow *compatibility(uint32_t cp) {
+  return find(g_CompatibilityDecomposition_Table, unicode::kCompatibilityDecompositionRows, &cp,
+              CompatibilityDecompositionCmp);
+}
+
+const unicode::CanonicalCompositionRow *composition(uint32_t first, uint32_t second) {
+  const uint32_t key[2] = {first, second};
+  return find(g_CanonicalComposition_Table, unicode::kCanonicalCompositionRows, key,
+              CanonicalCompositionCmp);
+}
+
+bool contains(const uint32_t *table, int64_t count, uint32_t cp) {
+  return find(table, count, &cp, codepointCmp) != nullptr;
+}
+
+bool unassigned(uint32_t cp) {
+  if (contains(unicode::g_unassignedCodePoint_Table, cp)) return true;
+  if ((cp >= 0x10A59 && cp <= 0x11FFF) || (cp >= 0x12474 && cp <= 0x1CFFF) ||
+      (cp >= 0x1D800 && cp <= 0x1FFFD) || (cp >= 0x2A6D7 && cp <= 0x2F7FF) ||
+      (cp >= 0xE01F0 && cp <= 0xEFFFD))
+    return true;
+  return cp >= 0x30000 && cp <= 0xDFFFD && (cp & 0xFFFF) < 0xFFFE;
+}
+
+}  // namespace lookup
+
+}  // namespace orlix
+
+extern "C" ORLIX_UString *orlix_ustring_normalize(ORLIX_UString *s, int32_t form) {
+  if (s == nullptr || form < orlix::kNFD || form > orlix::kNFKC) return nullptr;
+  if (s->charcount == 0 || s->length == 0) return orlix_ustring_dup(s);
+  if (orlix::quick_check(s->data, s->length, form) == orlix::QuickCheck::kYes)
+    return orlix_ustring_dup(s);
+  return orlix::normalize_units(s->data, s->length, form);
+}

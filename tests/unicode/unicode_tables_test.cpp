@@ -1,0 +1,273 @@
+// The generated tables and the tables written out in the sources: the
+// property trie against the row tables over every code point, the written
+// tables against their listings, the RFC 3454 tables against Python's
+// stringprep, and the generator's refusal of data with other row counts.
+#include <algorithm>
+#include <cctype>
+#include <set>
+
+#include "unicode_test_util.hpp"
+#include "ustring/ORLIX_UString_IDNA.hpp"
+#include "ustring/ORLIX_UString_Normalize.hpp"
+#include "ustring/ORLIX_UString_Prep.hpp"
+#include "ustring/ORLIX_UString_Tables.hpp"
+
+namespace {
+
+using namespace unicode_test;
+namespace u = orlix::unicode;
+namespace lookup = orlix::lookup;
+
+// Units of the full decomposition, by the row tables alone.
+int FullLength(uint32_t cp, bool compatibility) {
+  if (const auto *row = lookup::canonical(cp)) {
+    int n = 0;
+    for (uint32_t i = 0; i < row->count; ++i) n += FullLength(row->mapping[i], compatibility);
+    return n;
+  }
+  if (const auto *row = compatibility ? lookup::compatibility(cp) : nullptr) {
+    int n = 0;
+    for (uint32_t i = 0; i < row->count; ++i)
+      n += FullLength(u::g_CompatibilityMapping_Pool[row->offset + i], compatibility);
+    return n;
+  }
+  if (orlix::hangul::is_syllable(cp)) return orlix::hangul::is_lv(cp) ? 2 : 3;
+  return cp < 0x10000 ? 1 : 2;
+}
+
+TEST(unicodeTables, TrieAnswersWhatTheRowsAnswer) {
+  std::set<uint32_t> seconds;
+  for (const auto &row : u::g_CanonicalComposition_Table) seconds.insert(row.second);
+  const struct {
+    uint32_t bit;
+    const uint32_t *table;
+    int64_t rows;
+  } sets[] = {
+      {u::kNfdNo, u::g_NFD_Quick_Check_No_Table, u::kNfdQuickCheckNoRows},
+      {u::kNfkdNo, u::g_NFKD_Quick_Check_No_Table, u::kNfkdQuickCheckNoRows},
+      {u::kNfcNo, u::g_NFC_Quick_Check_No_Table, u::kNfcQuickCheckNoRows},
+      {u::kNfcMaybe, u::g_NFC_Quick_Check_Maybe_Table, u::kNfcQuickCheckMaybeRows},
+      {u::kNfkcNo, u::g_NFKC_Quick_Check_No_Table, u::kNfkcQuickCheckNoRows},
+      {u::kNfkcMaybe, u::g_NFKC_Quick_Check_Maybe_Table, u::kNfkcQuickCheckMaybeRows},
+      {u::kCompositionExcluded, u::g_Full_Composition_Exclusion_Table,
+       u::kFullCompositionExclusionRows},
+      {u::kMapToNothing, u::g_CommonMaptoNothing_Table, u::kCommonMaptoNothingRows},
+      {u::kNonAsciiSpace, u::g_NonASCIISpace_Table, u::kNonAsciiSpaceRows},
+      {u::kNonAsciiControl, u::g_NonASCIIControl_Table, u::kNonAsciiControlRows},
+      {u::kRandAl, u::g_BidiChar_Table, u::kBidiCharRows},
+      {u::kNonL, u::g_NonL_Table, u::kNonLRows},
+      {u::kMark, u::g_CombiningMarks_Table, u::kCombiningMarksRows},
+  };
+  int failures = 0;
+  for (uint32_t cp = 0; cp <= 0x10FFFF && failures < 10; ++cp) {
+    const u::Properties &p = u::properties(cp);
+    const auto fail = [&](const char *what) {
+      ++failures;
+      ADD_FAILURE() << "U+" << std::hex << cp << ": " << what;
+    };
+    const uint32_t n = u::normalization_bits(cp);
+    if ((n & u::kQuickCheckMask) != (p.bits & u::kQuickCheckMask) ||
+        ((n & u::kFirst) != 0) != ((p.bits & u::kCompositionFirst) != 0) ||
+        ((n & u::kSecond) != 0) != ((p.bits & u::kCompositionSecond) != 0))
+      fail("normalization trie");
+    const auto *cc = lookup::combining_class(cp);
+    if ((p.bits & u::kCombiningClassMask) != (cc ? cc->combining_class : 0)) fail("class");
+    for (const auto &s : sets)
+      if (((p.bits & s.bit) != 0) != lookup::contains(s.table, s.rows, cp)) fail("set membership");
+    if (((p.bits & u::kUnassigned) != 0) != lookup::unassigned(cp)) fail("unassigned");
+
+    const auto *canonical = lookup::canonical(cp);
+    const auto *compatibility = lookup::compatibility(cp);
+    if (((p.bits & u::kCanonical) != 0) != (canonical != nullptr) ||
+        ((p.bits & u::kCompatibility) != 0) != (compatibility != nullptr))
+      fail("decomposition flags");
+    if (canonical && &u::g_CanonicalDecomposition_Table[p.decomposition - 1] != canonical)
+      fail("canonical row");
+    if (compatibility &&
+        &u::g_CompatibilityDecomposition_Table[p.decomposition - 1] != compatibility)
+      fail("compatibility row");
+    if (!orlix::hangul::is_syllable(cp)) {
+      const int own = cp < 0x10000 ? 1 : 2;
+      const int canon = FullLength(cp, false);
+      const int compat = FullLength(cp, true);
+      if ((p.canonical_length ? p.canonical_length : own) != canon ||
+          (p.compatibility_length ? p.compatibility_length : own) != compat)
+        fail("full decomposition length");
+    }
+
+    const auto *full = lookup::full_folding(cp);
+    const auto *closure = lookup::closure_folding(cp);
+    if (((p.bits & u::kFolds) != 0) != (full != nullptr) ||
+        ((p.bits & u::kClosureFolds) != 0) != (closure != nullptr))
+      fail("folding flags");
+    if (full && &u::g_FullCaseFolding_Table[p.folding - 1] != full) fail("folding row");
+    if (!full && closure && &u::g_FC_NFKC_ClosureCaseFolding_Table[p.folding - 1] != closure)
+      fail("closure row");
+
+    const auto *first = u::g_CanonicalComposition_Table + (p.composition ? p.composition - 1 : 0);
+    const bool is_first = p.composition != 0 && first->first == cp &&
+                          (first == u::g_CanonicalComposition_Table || first[-1].first != cp);
+    if (((p.bits & u::kCompositionFirst) != 0) != is_first) fail("composition first");
+    if (((p.bits & u::kCompositionSecond) != 0) != (seconds.count(cp) != 0))
+      fail("composition second");
+    if (cp < u::kQuickCheckInertBelow &&
+        (p.bits &
+         ~(u::kCompositionFirst | u::kMapToNothing | u::kNonAsciiSpace | u::kNonAsciiControl |
+           u::kRandAl | u::kNonL | u::kUnassigned | u::kMark | u::kFolds)) != 0)
+      fail("normalization property below the inert bound");
+    if (cp < u::kFirstCompositionSecond && seconds.count(cp)) fail("second below the bound");
+  }
+  // Every pair the trie leads to is a row of the table, and vice versa.
+  for (const auto &row : u::g_CanonicalComposition_Table)
+    EXPECT_EQ(lookup::composition(row.first, row.second), &row);
+}
+
+TEST(unicodeTables, WrittenTablesHoldTheirListings) {
+  // RFC 3454 table C.8.
+  const uint32_t c8[] = {0x0340, 0x0341, 0x200E, 0x200F, 0x202A, 0x202B, 0x202C, 0x202D,
+                         0x202E, 0x206A, 0x206B, 0x206C, 0x206D, 0x206E, 0x206F};
+  ASSERT_EQ(orlix::kChangeDisplayRows, 15);
+  EXPECT_TRUE(std::equal(std::begin(c8), std::end(c8), orlix::g_ChangeDisplay_Table));
+
+  // The LDAP mapping step: ranges mapped to nothing, then to a space.
+  struct Range {
+    uint32_t first, last, to;
+  };
+  const Range ldap[] = {
+      {0x0000, 0x0008, 0},  {0x000E, 0x001F, 0},   {0x007F, 0x0084, 0},   {0x0086, 0x009F, 0},
+      {0x00AD, 0x00AD, 0},  {0x034F, 0x034F, 0},   {0x06DD, 0x06DD, 0},   {0x070F, 0x070F, 0},
+      {0x1806, 0x1806, 0},  {0x180B, 0x180E, 0},   {0x200B, 0x200F, 0},   {0x202A, 0x202E, 0},
+      {0x2060, 0x2063, 0},  {0x206A, 0x206F, 0},   {0xFE00, 0xFE0F, 0},   {0xFEFF, 0xFEFF, 0},
+      {0xFFF9, 0xFFFC, 0},  {0x1D173, 0x1D17A, 0}, {0xE0001, 0xE0001, 0}, {0xE0020, 0xE007F, 0},
+      {0x0009, 0x000D, 32}, {0x0020, 0x0020, 32},  {0x0085, 0x0085, 32},  {0x00A0, 0x00A0, 32},
+      {0x1680, 0x1680, 32}, {0x2000, 0x200A, 32},  {0x2028, 0x2029, 32},  {0x202F, 0x202F, 32},
+      {0x205F, 0x205F, 32}, {0x3000, 0x3000, 32},
+  };
+  std::vector<std::pair<uint32_t, uint32_t>> expected;
+  for (const Range &r : ldap)
+    for (uint32_t cp = r.first; cp <= r.last; ++cp) expected.emplace_back(cp, r.to);
+  std::sort(expected.begin(), expected.end());
+  ASSERT_EQ(int64_t(expected.size()), orlix::kLdapStringprepMapRows);
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(orlix::g_ldapstringprepmap_Table[i].code_point, expected[i].first) << i;
+    EXPECT_EQ(orlix::g_ldapstringprepmap_Table[i].replacement, expected[i].second) << i;
+  }
+
+  // STD3: the ASCII code points that are not letters, digits or hyphen.
+  std::vector<uint16_t> ldh;
+  for (int c = 0; c < 0x80; ++c)
+    if (!std::isalnum(c) && c != '-') ldh.push_back(uint16_t(c));
+  ASSERT_EQ(int64_t(ldh.size()), orlix::idna::kLdhAsciiRows);
+  EXPECT_TRUE(std::equal(ldh.begin(), ldh.end(), orlix::idna::g_LDHASCII_Table));
+
+  namespace h = orlix::hangul;
+  EXPECT_EQ(h::SBase, 0xAC00u);
+  EXPECT_EQ(h::LBase, 0x1100u);
+  EXPECT_EQ(h::VBase, 0x1161u);
+  EXPECT_EQ(h::TBase, 0x11A7u);
+  EXPECT_EQ(h::LCount, 19u);
+  EXPECT_EQ(h::VCount, 21u);
+  EXPECT_EQ(h::TCount, 28u);
+  EXPECT_EQ(h::NCount, 588u);
+  EXPECT_EQ(h::SCount, 11172u);
+}
+
+TEST(unicodeTables, PredicatesJoinSurrogatePairs) {
+  EXPECT_EQ(orlix::getCharCombiningClass(0x0300), 230u);
+  EXPECT_EQ(orlix::getCharCombiningClass(0x1172B), 9u);
+  EXPECT_EQ(orlix::getCharCombiningClass('a'), 0u);
+  const uint16_t mark[] = {0xD834, 0xDD65, 0};  // U+1D165, a combining mark
+  const uint16_t lone[] = {0xD834, 0};
+  EXPECT_EQ(orlix::iscombingmark(mark), 1);
+  EXPECT_EQ(orlix::iscombingmark(lone), 0);
+  const uint16_t unassigned[] = {'a', 0xD800, 0xDE59};  // U+10259: a row of the table
+  EXPECT_EQ(orlix::hasUnassignedCodePoint(unassigned, 3), 1);
+  const uint16_t tail[] = {'a', 0xD802, 0xDE59};  // U+10A59, the first of the ranges
+  EXPECT_EQ(orlix::hasUnassignedCodePoint(tail, 3), 1);
+  EXPECT_EQ(orlix::hasUnassignedCodePoint(tail, 1), 0);
+  EXPECT_EQ(orlix::hasUnassignedCodePoint(tail, 0), 0);
+  const uint16_t display[] = {'a', 0x206F};
+  EXPECT_EQ(orlix::hasChangeDisplayCodePoint(display, 2), 1);
+  EXPECT_EQ(orlix::hasChangeDisplayCodePoint(display, 1), 0);
+  for (uint32_t cp : {0xE000u, 0xF8FFu, 0xF0000u, 0xFFFFDu, 0x100000u, 0x10FFFDu})
+    EXPECT_EQ(orlix::isPrivateCodePoint(cp), 1) << std::hex << cp;
+  for (uint32_t cp : {0xDFFFu, 0xF900u, 0xFFFFEu, 0x10FFFEu})
+    EXPECT_EQ(orlix::isPrivateCodePoint(cp), 0) << std::hex << cp;
+}
+
+// The R and AL characters are exactly the ranges the family documents.
+TEST(unicodeTables, BidiTableIsTheDocumentedRangeList) {
+  const std::pair<uint32_t, uint32_t> ranges[] = {
+      {0x05BE, 0x05BE},   {0x05C0, 0x05C0},   {0x05C3, 0x05C3},   {0x05C6, 0x05C6},
+      {0x05D0, 0x05EA},   {0x05F0, 0x05F4},   {0x0600, 0x0603},   {0x060B, 0x060B},
+      {0x060D, 0x060D},   {0x061B, 0x061B},   {0x061E, 0x061F},   {0x0621, 0x063A},
+      {0x0640, 0x064A},   {0x066D, 0x066F},   {0x0671, 0x06D5},   {0x06DD, 0x06DD},
+      {0x06E5, 0x06E6},   {0x06EE, 0x06EF},   {0x06FA, 0x070D},   {0x0710, 0x0710},
+      {0x0712, 0x072F},   {0x074D, 0x076D},   {0x0780, 0x07A5},   {0x07B1, 0x07B1},
+      {0x07C0, 0x07EA},   {0x07F4, 0x07F5},   {0x07FA, 0x07FA},   {0x200F, 0x200F},
+      {0xFB1D, 0xFB1D},   {0xFB1F, 0xFB28},   {0xFB2A, 0xFB36},   {0xFB38, 0xFB3C},
+      {0xFB3E, 0xFB3E},   {0xFB40, 0xFB41},   {0xFB43, 0xFB44},   {0xFB46, 0xFBB1},
+      {0xFBD3, 0xFD3D},   {0xFD50, 0xFD8F},   {0xFD92, 0xFDC7},   {0xFDF0, 0xFDFC},
+      {0xFE70, 0xFE74},   {0xFE76, 0xFEFC},   {0x10800, 0x10805}, {0x10808, 0x10808},
+      {0x1080A, 0x10835}, {0x10837, 0x10838}, {0x1083C, 0x1083C}, {0x1083F, 0x1083F},
+      {0x10900, 0x10919}, {0x10A00, 0x10A00}, {0x10A10, 0x10A13}, {0x10A15, 0x10A17},
+      {0x10A19, 0x10A33}, {0x10A40, 0x10A47}, {0x10A50, 0x10A58},
+  };
+  std::vector<uint32_t> listed;
+  for (const auto &r : ranges)
+    for (uint32_t cp = r.first; cp <= r.second; ++cp) listed.push_back(cp);
+  EXPECT_EQ(listed,
+            std::vector<uint32_t>(std::begin(u::g_BidiChar_Table), std::end(u::g_BidiChar_Table)));
+}
+
+// B.1, C.1.2, C.2.2 and C.8 against Python's stringprep over every code
+// point.
+TEST(unicodeTables, RfcTablesMatchPythonStringprep) {
+  if (!HavePython()) GTEST_SKIP() << "python3 is not available";
+  const auto lines = RunPython(R"PY(
+import stringprep
+for name, test in (('b1', stringprep.in_table_b1), ('c12', stringprep.in_table_c12),
+                   ('c22', stringprep.in_table_c22), ('c8', stringprep.in_table_c8)):
+    print(name + ':' + ' '.join('%x' % c for c in range(0x110000)
+                                if not 0xD800 <= c <= 0xDFFF and test(chr(c))))
+)PY");
+  ASSERT_EQ(lines.size(), 4u);
+  const auto list = [](const uint32_t *t, int64_t n) { return CodePoints(t, t + n); };
+  EXPECT_EQ(ParseHex(lines[0].substr(3)),
+            list(u::g_CommonMaptoNothing_Table, u::kCommonMaptoNothingRows));
+  EXPECT_EQ(ParseHex(lines[1].substr(4)), list(u::g_NonASCIISpace_Table, u::kNonAsciiSpaceRows));
+  EXPECT_EQ(ParseHex(lines[2].substr(4)),
+            list(u::g_NonASCIIControl_Table, u::kNonAsciiControlRows));
+  EXPECT_EQ(ParseHex(lines[3].substr(3)),
+            list(orlix::g_ChangeDisplay_Table, orlix::kChangeDisplayRows));
+}
+
+// Data with one row fewer must stop the build.
+TEST(unicodeTables, GeneratorRefusesOtherRowCounts) {
+  if (!HavePython()) GTEST_SKIP() << "python3 is not available";
+  const std::string source = ORLIX_SOURCE_DIR;
+  const auto lines = RunPython(R"PY(
+import os, shutil, subprocess, sys, tempfile
+source = sys.argv[1]
+with tempfile.TemporaryDirectory() as tmp:
+    data = os.path.join(tmp, 'data')
+    shutil.copytree(os.path.join(source, 'data', 'unicode'), os.path.join(data, 'unicode'))
+    shutil.copytree(os.path.join(source, 'data', 'stringprep'), os.path.join(data, 'stringprep'))
+    run = lambda: subprocess.run([sys.executable, os.path.join(source, 'tools', 'gen_unicode_tables.py'),
+                                  '--data', data, '--output', os.path.join(tmp, 'out.cpp')],
+                                 capture_output=True, text=True)
+    print('intact', run().returncode)
+    path = os.path.join(data, 'unicode', 'CaseFolding-8.0.0.txt')
+    lines = open(path).read().split('\n')
+    lines.remove('00DF; F; 0073 0073; # LATIN SMALL LETTER SHARP S')
+    open(path, 'w').write('\n'.join(lines))
+    result = run()
+    print('changed', result.returncode, 'g_FullCaseFolding_Table: 1320 rows' in result.stderr)
+)PY",
+                               source);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "intact 0");
+  EXPECT_EQ(lines[1], "changed 1 True");
+}
+
+}  // namespace
