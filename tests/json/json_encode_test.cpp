@@ -1,0 +1,264 @@
+// The JSON encoder: compact and indented layouts byte for byte, string
+// escapes, number formatting against the C library's "%lf", and the in-place
+// sort of the top-level container.
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "json_test_util.hpp"
+
+namespace {
+
+using namespace json_test;
+
+constexpr uint32_t kPretty = ORLIX_JSON_ENCODE_PRETTY;
+constexpr uint32_t kSpaces = ORLIX_JSON_ENCODE_SPACES;
+constexpr uint32_t kCr = ORLIX_JSON_ENCODE_CR;
+constexpr uint32_t kLf = ORLIX_JSON_ENCODE_LF;
+constexpr uint32_t kSort = ORLIX_JSON_ENCODE_SORT;
+
+Tree Parse(const std::string &text) {
+  Tree t = DecodeText(text);
+  EXPECT_NE(t, nullptr) << text;
+  return t;
+}
+
+struct Layout {
+  const char *tree;
+  uint32_t flags;
+  const char *text;
+};
+
+TEST(json_encode, LayoutsByteForByte) {
+  const Layout cases[] = {
+      {"{\"a\":1,\"b\":[true,null]}", 0, "{\"a\":1,\"b\":[true,null]}"},
+      {"{\"a\":1,\"b\":[true,null]}", kPretty | kLf, "{\n\t\"a\":1,\n\t\"b\":[true,null]\n}"},
+      {"[1,{\"x\":2}]", kPretty | kCr | kLf, "[\r\n\t1,\r\n\t{\r\n\t\t\"x\":2\r\n\t}\r\n]"},
+      {"[1,{\"x\":2}]", kPretty | kCr, "[\r\t1,\r\t{\r\t\t\"x\":2\r\t}\r]"},
+      {"[1,{\"x\":2}]", kPretty, "[\t1,\t{\t\t\"x\":2\t}]"},  // indentation, no breaks
+      {"[[1]]", kPretty | kLf | kSpaces | 2, "[\n  \t[\n  \t  \t1\n  \t]\n]"},
+      {"[[1]]", kPretty | kLf | kSpaces, "[\n\t[\n\t\t1\n\t]\n]"},  // N = 0: tabs only
+      {"[[1]]", kPretty | kLf | 2, "[\n\t[\n\t\t1\n\t]\n]"},        // N without the flag
+      {"[[1]]", kSpaces | kLf | kCr | 3, "[[1]]"},                  // no PRETTY: compact
+      {"[[1]]", 0x0F0EFF00u, "[[1]]"},                              // other bits are ignored
+      {"[[1]]", 0x0F0EFF00u | kPretty | kLf, "[\n\t[\n\t\t1\n\t]\n]"},
+      {"[]", 0, "[]"},
+      {"{}", 0, "{}"},
+      {"[]", kPretty | kLf, "[\n]"},
+      {"{}", kPretty | kLf, "{\n}"},
+      {"[[],{}]", kPretty | kLf, "[\n\t[\n\t],\n\t{\n\t}\n]"},
+      // Member values stay compact at any depth; array elements indent themselves.
+      {"{\"a\":{\"b\":[1,{\"c\":[]}]},\"d\":[]}", kPretty | kLf,
+       "{\n\t\"a\":{\"b\":[1,{\"c\":[]}]},\n\t\"d\":[]\n}"},
+      {"[[{\"a\":[1],\"b\":{}}]]", kPretty | kLf | kSpaces | 1,
+       "[\n \t[\n \t \t{\n \t \t \t\"a\":[1],\n \t \t \t\"b\":{}\n \t \t}\n \t]\n]"},
+      {"\"x\"", kPretty | kLf | kSpaces | 4, "\"x\""},
+      {"5", kPretty | kLf, "5"},
+      {"[\"a\",true,null,-1]", kPretty | kLf, "[\n\t\"a\",\n\ttrue,\n\tnull,\n\t-1\n]"},
+      // Strings: quote and backslash escaped, controls as \u00XX in upper case,
+      // everything else as it is.
+      {"\"\\n\\\"\\\\\"", 0, "\"\\u000A\\\"\\\\\""},
+      {"\"\\u00e9/\\u007f\\u0000z\"", 0, "\"\xC3\xA9/\x7F\\u0000z\""},
+      {"\"\\u001b\\u001F\\u0010\\r\"", 0, "\"\\u001B\\u001F\\u0010\\u000D\""},
+      {"{\"\\t\":\"\\\\\"}", 0, "{\"\\u0009\":\"\\\\\"}"}};
+  for (const auto &c : cases) {
+    Tree t = Parse(c.tree);
+    EXPECT_EQ(EncodeTree(t.get(), c.flags), c.text) << c.tree << " flags " << std::hex << c.flags;
+  }
+  // The reported length excludes the NUL that ends the buffer.
+  Tree t = Parse("{\"a\":1,\"b\":[true,null]}");
+  char *text = nullptr;
+  uint32_t length = 0;
+  ASSERT_EQ(orlix_json_encode(t.get(), 0, &text, &length), 1);
+  EXPECT_EQ(length, 23u);
+  EXPECT_EQ(text[23], '\0');
+  orlix_free(text);
+  EXPECT_EQ(orlix_json_encode(nullptr, 0, &text, &length), 0);
+  EXPECT_EQ(orlix_json_encode(t.get(), 0, nullptr, &length), 0);
+  EXPECT_EQ(orlix_json_encode(t.get(), 0, &text, nullptr), 0);
+}
+
+TEST(json_encode, EveryControlByteAndStringWithNul) {
+  std::string bytes;
+  std::string expected = "\"";
+  for (int c = 0; c < 0x20; ++c) {
+    bytes += char(c);
+    char buf[8];
+    std::snprintf(buf, sizeof buf, "\\u00%02X", c);
+    expected += buf;
+  }
+  bytes += "\x7F \xC3\xA9\xF0\x9F\x98\x80";
+  expected += "\x7F \xC3\xA9\xF0\x9F\x98\x80\"";
+  Tree s(orlix_json_newstring(bytes.data(), int(bytes.size())));
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(EncodeTree(s.get()), expected);
+}
+
+std::string Formatted(double v) {
+  Tree n(orlix_json_newnumber(v));
+  return EncodeTree(n.get()).value_or("<encode failed>");
+}
+
+TEST(json_encode, NumbersAsDocumented) {
+  const std::pair<double, const char *> cases[] = {{5, "5"},
+                                                   {-2147483648.0, "-2147483648"},
+                                                   {2147483647.0, "2147483647"},
+                                                   {2147483648.0, "2147483648"},
+                                                   {0.25, "0.25"},
+                                                   {1e-9, "0"},
+                                                   {123456.7890123, "123456.789012"},
+                                                   {1.5, "1.5"},
+                                                   {0.1, "0.1"},
+                                                   {3.14159265, "3.141593"},
+                                                   {1e20, "100000000000000000000"},
+                                                   {1e-7, "0"},
+                                                   {-1e-7, "-0"},
+                                                   {-0.0, "0"},
+                                                   {3.0, "3"},
+                                                   {-2147483648.5, "-2147483648.5"},
+                                                   {0.0078125, "0.007812"},
+                                                   {0.0234375, "0.023438"},
+                                                   {-0.5, "-0.5"},
+                                                   {0.99999951, "1"},
+                                                   {HUGE_VAL, "inf"},
+                                                   {-HUGE_VAL, "-inf"},
+                                                   {std::nan(""), "nan"},
+                                                   {-std::nan(""), "-nan"}};
+  for (const auto &[v, text] : cases) EXPECT_EQ(Formatted(v), text) << v;
+}
+
+// The formatting rule against snprintf in the "C" locale of this process:
+// "%d" for integral values in 32-bit range, else "%lf" with trailing zeros
+// (and a bare point) removed.
+TEST(json_encode, NumbersMatchSnprintfOverRandomDoubles) {
+  std::vector<double> values = {DBL_MAX,
+                                -DBL_MAX,
+                                DBL_MIN,
+                                -DBL_MIN,
+                                DBL_TRUE_MIN,
+                                std::ldexp(1, 1023),
+                                9007199254740993.0,
+                                1e15 + 0.5,
+                                4294967296.0,
+                                -2147483649.0,
+                                2147483647.5,
+                                -2147483648.25,
+                                0.0000005,
+                                0.0000015,
+                                0.0000025,
+                                999999.9999995,
+                                1e300,
+                                -1e-300};
+  std::mt19937_64 rng(99);
+  for (int i = 0; i < 60000; ++i) {
+    double v;
+    switch (i % 6) {
+      case 0: {  // any bit pattern: every exponent, subnormals, NaN, infinities
+        const uint64_t bits = rng();
+        std::memcpy(&v, &bits, sizeof v);
+        break;
+      }
+      case 1:  // dyadic values, many of them exact ties at the sixth decimal
+        v = std::ldexp(double(int64_t(rng() % 2000001) - 1000000), -int(7 + rng() % 24));
+        break;
+      case 2:  // integral values around and beyond the 32-bit range
+        v = std::ldexp(double(int64_t(rng() % 4001) - 2000), int(rng() % 40));
+        break;
+      case 3: v = std::uniform_real_distribution<double>(-1e7, 1e7)(rng); break;
+      case 4: v = std::pow(10.0, double(int(rng() % 600) - 300)) * double(rng() % 1000); break;
+      default: v = double(int64_t(rng() % 4294967296ULL) - 2147483648LL) + (rng() % 2 ? 0.5 : 0);
+    }
+    values.push_back(v);
+  }
+  int mismatches = 0;
+  for (double v : values) {
+    if (Formatted(v) != FormatNumber(v) && ++mismatches <= 10)
+      ADD_FAILURE() << std::hexfloat << v << ": " << Formatted(v) << " vs " << FormatNumber(v);
+  }
+  EXPECT_EQ(mismatches, 0);
+}
+
+TEST(json_encode, RandomTreesMatchTheReferenceLayout) {
+  std::mt19937 rng(5);
+  for (int i = 0; i < 3000; ++i) {
+    const Value v = RandomValue(rng, Shape{});
+    uint32_t flags = rng();
+    flags &= ~kSort;
+    if (i % 4 == 0) flags = 0;
+    Tree t = Build(v);
+    ASSERT_NE(t, nullptr);
+    ASSERT_EQ(EncodeTree(t.get(), flags), Encode(v, flags)) << std::hex << flags;
+  }
+}
+
+TEST(json_encode, SortOrdersTheTopLevelInTheCallersTree) {
+  Tree o = Parse("{\"b\":[3,1],\"a\":{\"d\":1,\"c\":2}}");
+  EXPECT_EQ(EncodeTree(o.get(), kSort), "{\"a\":{\"d\":1,\"c\":2},\"b\":[3,1]}");
+  EXPECT_EQ(EncodeTree(o.get()), "{\"a\":{\"d\":1,\"c\":2},\"b\":[3,1]}");  // stays sorted
+  Tree a = Parse("[{\"x\":1},5,\"s\",[],null,true]");
+  EXPECT_EQ(EncodeTree(a.get(), kSort | kPretty | kLf),
+            "[\n\t\"s\",\n\t5,\n\ttrue,\n\tnull,\n\t{\n\t\t\"x\":1\n\t},\n\t[\n\t]\n]");
+  Tree s = Parse("\"b\"");
+  EXPECT_EQ(EncodeTree(s.get(), kSort), "\"b\"");
+  // Equal names fall back to the values.
+  Tree dup = Parse("{\"a\":2,\"a\":1,\"a\":[],\"a\":\"z\"}");
+  EXPECT_EQ(EncodeTree(dup.get(), kSort), "{\"a\":\"z\",\"a\":1,\"a\":2,\"a\":[]}");
+}
+
+// The sort is the C library's qsort with the comparison as it stands, its
+// asymmetries included (a prefix equals the longer string one way round
+// only; NaN equals every number). The reference runs qsort over its own
+// values with its own comparison and must arrive at the same order.
+int CompareValueSlots(const void *a, const void *b) {
+  return Compare(*static_cast<const Value *const *>(a), *static_cast<const Value *const *>(b));
+}
+int CompareMemberSlots(const void *a, const void *b) {
+  return CompareMembers(**static_cast<const Member *const *>(a),
+                        **static_cast<const Member *const *>(b));
+}
+
+TEST(json_encode, SortFollowsQsortWithTheAsymmetricComparison) {
+  std::mt19937 rng(11);
+  Shape shape;
+  shape.depth = 1;
+  shape.width = 2;
+  shape.alphabet = {"a", "b", "ab"};
+  for (int i = 0; i < 1500; ++i) {
+    Value top = i % 2 ? Obj() : Arr();
+    const int n = int(rng() % (i % 50 == 0 ? 80 : 9));
+    for (int k = 0; k < n; ++k) {
+      Value v = RandomValue(rng, shape, 1);
+      if (v.type == ORLIX_JSON_NUMBER && rng() % 4 == 0) v.number = std::nan("");
+      if (top.type == ORLIX_JSON_OBJECT)
+        top.members.push_back(Member{RandomString(rng, shape), v});
+      else
+        top.elements.push_back(v);
+    }
+    Tree t = Build(top);
+    ASSERT_NE(t, nullptr);
+    Value sorted = top;
+    if (top.type == ORLIX_JSON_OBJECT) {
+      std::vector<const Member *> slots;
+      for (const Member &m : top.members) slots.push_back(&m);
+      if (!slots.empty())
+        std::qsort(slots.data(), slots.size(), sizeof slots[0], CompareMemberSlots);
+      for (size_t k = 0; k < slots.size(); ++k) sorted.members[k] = *slots[k];
+    } else {
+      std::vector<const Value *> slots;
+      for (const Value &e : top.elements) slots.push_back(&e);
+      if (!slots.empty())
+        std::qsort(slots.data(), slots.size(), sizeof slots[0], CompareValueSlots);
+      for (size_t k = 0; k < slots.size(); ++k) sorted.elements[k] = *slots[k];
+    }
+    ASSERT_EQ(EncodeTree(t.get(), kSort), Encode(sorted)) << Encode(top);
+    ASSERT_TRUE(Same(Read(t.get()), sorted));
+  }
+}
+
+}  // namespace
