@@ -85,6 +85,11 @@ void iorlix_arraylist_unplace(ORLIX_ArrayList *list) {
   list->items = nullptr;
 }
 
+void iorlix_arraylist_forget(ORLIX_ArrayList *list) {
+  for (int32_t i = 0; i < list->count; ++i) list->items[i] = nullptr;
+  list->count = 0;
+}
+
 void iorlix_arraylist_sort(ORLIX_ArrayList *list, int (*compare)(const void *, const void *)) {
   std::qsort(list->items, static_cast<size_t>(list->count), sizeof(void *), compare);
 }

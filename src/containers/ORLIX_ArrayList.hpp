@@ -22,3 +22,7 @@ ORLIX_ArrayList *iorlix_arraylist_place(void *storage, ORLIX_ArrayListCopyFunc c
 // Frees a placed list's items (through its free function) and any slots it
 // grew into, but not the storage itself.
 void iorlix_arraylist_unplace(ORLIX_ArrayList *list);
+
+// Empties a list without calling its free function on the items: for an
+// owner that has already released them.
+void iorlix_arraylist_forget(ORLIX_ArrayList *list);

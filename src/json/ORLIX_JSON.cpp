@@ -42,6 +42,23 @@ ORLIX_JSON *new_container(uint32_t type) {
 
 bool is(const ORLIX_JSON *node, uint32_t type) { return node != nullptr && node->type == type; }
 
+bool is_container(const ORLIX_JSON *node) {
+  return node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY;
+}
+
+// A copy of a string, number, boolean or null; nullptr for any other type
+// code or when memory runs out.
+ORLIX_JSON *copy_scalar(const ORLIX_JSON *node) {
+  switch (node->type) {
+    case ORLIX_JSON_STRING:
+      return orlix::json::new_string_unchecked(node->value.string, node->length);
+    case ORLIX_JSON_NUMBER: return orlix_json_newnumber(node->value.number);
+    case ORLIX_JSON_BOOLEAN: return orlix_json_newboolean(node->value.boolean);
+    case ORLIX_JSON_NULL: return orlix_json_newnull();
+    default: return nullptr;
+  }
+}
+
 ObjectItem *item_at(const ORLIX_JSON *object, int32_t index) {
   return static_cast<ObjectItem *>(orlix_arraylist_getitemref(object->value.list, index));
 }
@@ -207,49 +224,84 @@ ORLIX_JSON *orlix_json_newarray(void) { return new_container(ORLIX_JSON_ARRAY); 
 
 void orlix_json_free(ORLIX_JSON *node) {
   if (node == nullptr) return;
-  if (node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY)
-    iorlix_arraylist_unplace(node->value.list);
-  orlix_free(node);
+  if (!is_container(node)) {
+    orlix_free(node);
+    return;
+  }
+  // Containers wait on an explicit stack instead of the C stack, so that a
+  // tree of any depth can be released. Should the stack itself fail to grow,
+  // that one subtree is released recursively.
+  orlix::SmallBuffer<ORLIX_JSON *, 64> pending(kModule);
+  pending.push_back(node);
+  while (!pending.empty()) {
+    ORLIX_JSON *container = pending.back();
+    pending.pop_back();
+    ORLIX_ArrayList *list = container->value.list;
+    const int32_t n = member_count(container);
+    for (int32_t i = n - 1; i >= 0; --i) {
+      void *slot = orlix_arraylist_getitemref(list, i);
+      ORLIX_JSON *child = static_cast<ORLIX_JSON *>(slot);
+      if (container->type == ORLIX_JSON_OBJECT) {
+        auto *item = static_cast<ObjectItem *>(slot);
+        child = item != nullptr ? item->value : nullptr;
+        orlix_free(item);
+      }
+      if (child == nullptr) continue;
+      if (!is_container(child)) orlix_free(child);
+      else if (!pending.push_back(child)) orlix_json_free(child);
+    }
+    // The children are gone already: the list only lets go of its slots.
+    iorlix_arraylist_forget(list);
+    iorlix_arraylist_unplace(list);
+    orlix_free(container);
+  }
 }
 
 ORLIX_JSON *orlix_json_dup(const ORLIX_JSON *node) {
   if (node == nullptr) return nullptr;
-  switch (node->type) {
-    case ORLIX_JSON_STRING:
-      return orlix::json::new_string_unchecked(node->value.string, node->length);
-    case ORLIX_JSON_NUMBER: return orlix_json_newnumber(node->value.number);
-    case ORLIX_JSON_BOOLEAN: return orlix_json_newboolean(node->value.boolean);
-    case ORLIX_JSON_NULL: return orlix_json_newnull();
-    case ORLIX_JSON_OBJECT:
-    case ORLIX_JSON_ARRAY: break;
-    default: return nullptr;
-  }
-  const bool object = node->type == ORLIX_JSON_OBJECT;
+  if (!is_container(node)) return copy_scalar(node);
+  // Depth-first with an explicit stack: each container's copy joins its
+  // parent's copy first and is filled afterwards, so the order of entries is
+  // kept and any depth costs heap rather than C stack.
+  struct Pending {
+    const ORLIX_JSON *from;
+    ORLIX_JSON *to;
+    int32_t next;
+  };
   std::unique_ptr<ORLIX_JSON, decltype(&orlix_json_free)> copy(new_container(node->type),
                                                                orlix_json_free);
-  if (!copy) return nullptr;
-  const int32_t n = member_count(node);
-  for (int32_t i = 0; i < n; ++i) {
-    void *slot = orlix_arraylist_getitemref(node->value.list, i);
-    if (!object) {
-      ORLIX_JSON *element = orlix_json_dup(static_cast<ORLIX_JSON *>(slot));
-      if (element == nullptr) return nullptr;
-      if (orlix_arraylist_pushback(copy->value.list, element) != 1) {
-        orlix_json_free(element);
-        return nullptr;
-      }
+  orlix::SmallBuffer<Pending, 64> pending(kModule);
+  if (!copy || !pending.push_back(Pending{node, copy.get(), 0})) return nullptr;
+  while (!pending.empty()) {
+    Pending &p = pending.back();
+    if (p.next == member_count(p.from)) {
+      pending.pop_back();
       continue;
     }
+    const Pending at = p;
+    ++p.next;
+    void *slot = orlix_arraylist_getitemref(at.from->value.list, at.next);
+    const ORLIX_JSON *child = static_cast<const ORLIX_JSON *>(slot);
     const auto *item = static_cast<const ObjectItem *>(slot);
-    if (item == nullptr || item->name == nullptr || item->value == nullptr) return nullptr;
-    ORLIX_JSON *value = orlix_json_dup(item->value);
-    if (value == nullptr) return nullptr;
-    ObjectItem *twin = orlix::json::new_item(item->name->value.string, item->name->length, value);
-    if (twin == nullptr || orlix_arraylist_pushback(copy->value.list, twin) != 1) {
-      if (twin != nullptr) orlix::json::free_item(twin);
-      else orlix_json_free(value);
+    if (at.from->type == ORLIX_JSON_OBJECT) {
+      if (item == nullptr || item->name == nullptr || item->value == nullptr) return nullptr;
+      child = item->value;
+    }
+    if (child == nullptr) return nullptr;
+    ORLIX_JSON *twin = is_container(child) ? new_container(child->type) : copy_scalar(child);
+    if (twin == nullptr) return nullptr;
+    if (at.from->type == ORLIX_JSON_OBJECT) {
+      ObjectItem *member = orlix::json::new_item(item->name->value.string, item->name->length, twin);
+      if (member == nullptr || orlix_arraylist_pushback(at.to->value.list, member) != 1) {
+        if (member != nullptr) orlix::json::free_item(member);
+        else orlix_json_free(twin);
+        return nullptr;
+      }
+    } else if (orlix_arraylist_pushback(at.to->value.list, twin) != 1) {
+      orlix_json_free(twin);
       return nullptr;
     }
+    if (is_container(child) && !pending.push_back(Pending{child, twin, 0})) return nullptr;
   }
   return copy.release();
 }

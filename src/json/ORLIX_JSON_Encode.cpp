@@ -7,6 +7,7 @@
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
 #include "containers/ORLIX_ArrayList.hpp"
+#include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
 
 using orlix::json::ObjectItem;
@@ -106,10 +107,10 @@ class Encoder {
     if ((flags & ORLIX_JSON_ENCODE_CR) != 0 && !out_.put('\r')) return false;
     return (flags & ORLIX_JSON_ENCODE_LF) == 0 || out_.put('\n');
   }
+  enum Step { kFailed, kDone, kOpened };
+  Step start(const ORLIX_JSON *node, uint32_t flags, int32_t level);
   bool string(const char *bytes, int32_t length);
   bool number(double v);
-  bool object(const ORLIX_JSON *node, uint32_t flags, int32_t level);
-  bool array(const ORLIX_JSON *node, uint32_t flags, int32_t level);
 
   Writer out_;
 };
@@ -153,55 +154,77 @@ bool Encoder::number(double v) {
   return out_.put(text);
 }
 
-bool Encoder::object(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
-  const bool pretty = (flags & kPretty) != 0;
-  const auto n = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
-  if (!indent(flags, level) || !out_.put('{') || !newline(flags)) return false;
-  for (int32_t i = 0; i < n; ++i) {
-    const auto *item =
-        static_cast<const ObjectItem *>(orlix_arraylist_getitemref(node->value.list, i));
-    if (item == nullptr || item->name == nullptr || item->value == nullptr) return false;
-    // In indented output a member's value is always written compact.
-    if (!indent(flags, level + 1) || !string(item->name->value.string, item->name->length) ||
-        !out_.put(':') || !value(item->value, 0, level + 1))
+// Writes a scalar, or opens a container. Returns kOpened for a container
+// with entries (the caller then walks them), kDone otherwise, kFailed on
+// error.
+Encoder::Step Encoder::start(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
+  if (node == nullptr) return kFailed;
+  const bool object = node->type == ORLIX_JSON_OBJECT;
+  if (object || node->type == ORLIX_JSON_ARRAY) {
+    if (!indent(flags, level) || !out_.put(object ? '{' : '[') || !newline(flags)) return kFailed;
+    if (orlix_arraylist_count(node->value.list) > 0) return kOpened;
+    return indent(flags, level) && out_.put(object ? '}' : ']') ? kDone : kFailed;
+  }
+  if (node->type < ORLIX_JSON_STRING || node->type > ORLIX_JSON_NULL) return kFailed;
+  if (!indent(flags, level)) return kFailed;
+  bool ok;
+  switch (node->type) {
+    case ORLIX_JSON_STRING: ok = string(node->value.string, node->length); break;
+    case ORLIX_JSON_NUMBER: ok = number(node->value.number); break;
+    case ORLIX_JSON_BOOLEAN: ok = out_.put(node->value.boolean ? "true" : "false"); break;
+    default: ok = out_.put("null"); break;
+  }
+  return ok ? kDone : kFailed;
+}
+
+// Walks the tree with an explicit stack of open containers, so that depth
+// costs heap rather than C stack. In indented output a member's value is
+// always written compact: its flags are 0 whatever the container's.
+bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
+  struct Open {
+    const ORLIX_JSON *node;
+    int32_t next;  // the entry to write next
+    int32_t count;
+    uint32_t flags;
+    int32_t level;
+  };
+  Step step = start(root, flags, level);
+  if (step != kOpened) return step == kDone;
+  orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
+  if (!open.push_back(Open{root, 0, static_cast<int32_t>(orlix_arraylist_count(root->value.list)),
+                           flags, level}))
+    return false;
+  while (!open.empty()) {
+    const Open f = open.back();
+    // After each entry: a comma unless it was the last, then a line break.
+    if (f.next > 0 && ((f.next < f.count && !out_.put(',')) || !newline(f.flags))) return false;
+    const bool object = f.node->type == ORLIX_JSON_OBJECT;
+    if (f.next == f.count) {
+      open.pop_back();
+      if (!indent(f.flags, f.level) || !out_.put(object ? '}' : ']')) return false;
+      continue;
+    }
+    ++open.back().next;
+    const void *slot = orlix_arraylist_getitemref(f.node->value.list, f.next);
+    const ORLIX_JSON *child = static_cast<const ORLIX_JSON *>(slot);
+    uint32_t child_flags = f.flags;
+    if (object) {
+      const auto *item = static_cast<const ObjectItem *>(slot);
+      if (item == nullptr || item->name == nullptr) return false;
+      if (!indent(f.flags, f.level + 1) || !string(item->name->value.string, item->name->length) ||
+          !out_.put(':'))
+        return false;
+      child = item->value;
+      child_flags = 0;
+    }
+    step = start(child, child_flags, f.level + 1);
+    if (step == kFailed) return false;
+    if (step == kOpened &&
+        !open.push_back(Open{child, 0, static_cast<int32_t>(orlix_arraylist_count(child->value.list)),
+                             child_flags, f.level + 1}))
       return false;
-    if (i + 1 < n && !out_.put(',')) return false;
-    if (pretty && !newline(flags)) return false;
   }
-  return indent(flags, level) && out_.put('}');
-}
-
-bool Encoder::array(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
-  const auto n = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
-  if (!indent(flags, level) || !out_.put('[') || !newline(flags)) return false;
-  for (int32_t i = 0; i < n; ++i) {
-    const auto *element =
-        static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(node->value.list, i));
-    if (element == nullptr || !value(element, flags, level + 1)) return false;
-    if (i + 1 < n && !out_.put(',')) return false;
-    if (!newline(flags)) return false;
-  }
-  return indent(flags, level) && out_.put(']');
-}
-
-bool Encoder::value(const ORLIX_JSON *node, uint32_t flags, int32_t level) {
-  if (node == nullptr) return false;
-  switch (node->type) {
-    case ORLIX_JSON_OBJECT: return object(node, flags, level);
-    case ORLIX_JSON_ARRAY: return array(node, flags, level);
-    case ORLIX_JSON_STRING:
-    case ORLIX_JSON_NUMBER:
-    case ORLIX_JSON_BOOLEAN:
-    case ORLIX_JSON_NULL: break;
-    default: return false;
-  }
-  if (!indent(flags, level)) return false;
-  switch (node->type) {
-    case ORLIX_JSON_STRING: return string(node->value.string, node->length);
-    case ORLIX_JSON_NUMBER: return number(node->value.number);
-    case ORLIX_JSON_BOOLEAN: return out_.put(node->value.boolean ? "true" : "false");
-    default: return out_.put("null");
-  }
+  return true;
 }
 
 // Sorts the top-level container in place; scalars are left alone.
