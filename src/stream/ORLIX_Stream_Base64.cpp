@@ -42,8 +42,8 @@ constexpr DecodeTable kUrlDecode = make_decode_table(g_b64urlencodetable);
 struct Base64Stream {
   // encoding side
   int32_t eol_mode;  // ORLIX_BASE64_EOL_*
-  int32_t line_length;
-  int32_t column;
+  int64_t line_length;  // 64 bits: a length near INT32_MAX grows past it
+  int64_t column;
   unsigned char pending[2];
   int32_t pending_count;
   int32_t has_pending;
@@ -350,11 +350,14 @@ int take_remainder(Base64Stream *b, void *argument, ORLIX_ErrCtx *ctx) {
                       &leftover, &complete))
       return decode_failed(b, ctx);
     if (leftover != 0) return 0;
-    b->text_count = 0;
-    b->has_text = 0;
   }
+  // The carried text goes only once its bytes are safely handed out, so a
+  // failed blob can be asked for again.
   *blob = orlix_data_blob_new(decoded, n);
-  return *blob != nullptr ? 1 : 0;
+  if (*blob == nullptr) return 0;
+  b->text_count = 0;
+  b->has_text = 0;
+  return 1;
 }
 
 int b64_ctrl(ORLIX_Stream *stream, int64_t code, void *argument, ORLIX_ErrCtx *ctx) {
@@ -435,7 +438,8 @@ ORLIX_Stream *orlix_stream_new_base64(uint32_t encode_flags, int32_t line_length
   b->eol_mode = static_cast<int32_t>(eol);
   // Positive lengths grow by their remainder mod 4 (65 becomes 66); lines
   // then run to the next whole group.
-  b->line_length = line_length > 0 ? line_length + line_length % 4 : kDefaultLine;
+  b->line_length =
+      line_length > 0 ? int64_t{line_length} + line_length % 4 : int64_t{kDefaultLine};
   b->pad = (encode_flags & ORLIX_BASE64_NO_PAD) == 0;
   b->url = (encode_flags & ORLIX_BASE64_URL) != 0;
   b->ws_mode = static_cast<int32_t>(ws);
