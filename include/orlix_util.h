@@ -11,6 +11,7 @@
 #include "ORLIX_JSON.h"
 #include "ORLIX_Stream.h"
 #include "ORLIX_Thread.h"
+#include "ORLIX_Time.h"
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 
