@@ -1,6 +1,7 @@
 # A thin front over CMake. `make demo` and `make check` are all a new user needs.
 BUILD      ?= build
 BUILD_SAN  ?= build-sanitize
+BUILD_TSAN ?= build-tsan
 BUILD_FUZZ ?= build-fuzz
 BUILD_BENCH?= build-bench
 PREFIX     ?= /usr/local
@@ -9,7 +10,7 @@ CMAKE_ARGS ?=
 FUZZ_SECONDS ?= 20
 GENERATOR  := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 
-.PHONY: all deps build demo check check-sanitize fuzz fuzz-smoke bench ci install format clean
+.PHONY: all deps build demo check check-sanitize check-tsan fuzz fuzz-smoke bench ci install install-check format clean
 
 all: build
 
@@ -22,6 +23,7 @@ build: deps
 
 demo: build
 	$(BUILD)/bin/orlix_demo
+	@scripts/demo-cli.sh $(BUILD)/bin
 
 check: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -30,6 +32,16 @@ check-sanitize: deps
 	cmake -S . -B $(BUILD_SAN) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DORLIX_SANITIZE=ON $(CMAKE_ARGS)
 	cmake --build $(BUILD_SAN) -j $(JOBS)
 	ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS)
+
+# The thread tests again under ThreadSanitizer, in a build of their own.
+TSAN_FLAGS := -fsanitize=thread -g -O1
+check-tsan: deps
+	cmake -S . -B $(BUILD_TSAN) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
+	  -DCMAKE_C_FLAGS="$(TSAN_FLAGS)" -DCMAKE_CXX_FLAGS="$(TSAN_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread" \
+	  -DCMAKE_MODULE_LINKER_FLAGS="-fsanitize=thread" $(CMAKE_ARGS)
+	cmake --build $(BUILD_TSAN) -j $(JOBS) --target orlix_thread_test
+	ctest --test-dir $(BUILD_TSAN) --output-on-failure -j $(JOBS) -R 'Lock|RWLock|Condition|Atomic|Tls'
 
 fuzz: deps
 	@scripts/install-deps.sh fuzz
@@ -52,14 +64,20 @@ bench: deps
 ci:
 	@scripts/install-deps.sh build
 	$(MAKE) check CMAKE_ARGS="-DORLIX_WERROR=ON"
+	$(MAKE) install-check
 	$(MAKE) check-sanitize CMAKE_ARGS="-DORLIX_WERROR=ON"
 	$(MAKE) fuzz-smoke
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)
 
+# Installs into a temporary prefix and builds the examples against it, with
+# pkg-config and with find_package.
+install-check: build
+	scripts/install-check.sh $(BUILD)
+
 format:
 	clang-format -i $$(git ls-files '*.c' '*.cpp' '*.h' '*.hpp')
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_FUZZ) $(BUILD_BENCH)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_BENCH)

@@ -29,3 +29,5 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/orlix_util.pc.in
   ${PROJECT_BINARY_DIR}/orlix_util.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/orlix_util.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES ${PROJECT_SOURCE_DIR}/docs/orlix.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

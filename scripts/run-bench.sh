@@ -88,7 +88,9 @@ for path in sys.argv[1:]:
     for operation, sides in sorted(ops.items(),
                                    key=lambda kv: min(s["order"] for s in kv[1].values())):
         ours = sides.get("ours", {})
-        others = [(s, v) for s, v in sides.items() if s != "ours"]
+        # One row per peer, in the order the program registered them.
+        others = sorted(((s, v) for s, v in sides.items() if s != "ours"),
+                        key=lambda side: side[1]["order"])
         for peer, theirs in others:
             if not ours.get("median") or not theirs.get("median"):
                 continue
