@@ -66,6 +66,7 @@ ci:
 	$(MAKE) check CMAKE_ARGS="-DORLIX_WERROR=ON"
 	$(MAKE) install-check
 	$(MAKE) check-sanitize CMAKE_ARGS="-DORLIX_WERROR=ON"
+	$(MAKE) check-tsan
 	$(MAKE) fuzz-smoke
 
 install: build

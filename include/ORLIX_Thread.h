@@ -20,7 +20,10 @@ ORLIX_BEGIN_DECLS
 /* A recursive mutex: its owner may take it again. */
 typedef struct ORLIX_Lock_st ORLIX_Lock;
 /* A reader-writer lock that prefers readers: readers wait only for an
- * active writer, never for waiting ones; a writer waits for every reader. */
+ * active writer, never for waiting ones; a writer waits for every reader.
+ * Once a reader has had to wait, unlocking writers wake readers rather than
+ * a waiting writer, which then waits for the next reader to come and go:
+ * kept as existing callers know it. */
 typedef struct ORLIX_RWLock_st ORLIX_RWLock;
 /* A condition variable, used with an ORLIX_Lock. */
 typedef struct ORLIX_Condition_st ORLIX_Condition;
