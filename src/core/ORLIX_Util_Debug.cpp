@@ -67,6 +67,7 @@ BadFree *g_bad_frees = nullptr;
 int32_t g_free_failures = 0;  // kept for the report; nothing raises it
 int64_t g_stall = -1;
 Interned *g_string_table[kBuckets];
+Node *g_spare_nodes = nullptr;  // released nodes, kept for reuse (under the lock)
 orlix::debug::SleepFunction g_sleep = ::sleep;
 
 const char *reason_text(uint32_t reason) {
@@ -138,6 +139,36 @@ int isdebugmem(const unsigned char *data, uint32_t *reason) {
   return 1;
 }
 
+// A node from the spare list, or a new one from the C library. Nodes of
+// freed blocks are kept for the next allocation instead of being released:
+// it spares a C-library allocation and release per tracked pair.
+Node *take_node() {
+  Node *node = g_spare_nodes;
+  if (node == nullptr) return static_cast<Node *>(std::malloc(sizeof(Node)));
+  g_spare_nodes = node->next;
+  return node;
+}
+
+void give_back_node(Node *node) {
+  node->next = g_spare_nodes;
+  g_spare_nodes = node;
+}
+
+// Module names are nearly always the same literal again and again; the
+// last one looked up is tried first.
+const char *intern(const char *module) {
+  static const char *last_text = nullptr;
+  static const char *last_copy = nullptr;
+  if (module == last_text && last_copy != nullptr && std::strcmp(module, last_copy) == 0)
+    return last_copy;
+  const char *copy = getStringPtr(module);
+  if (copy != nullptr) {
+    last_text = module;
+    last_copy = copy;
+  }
+  return copy;
+}
+
 void *debug_malloc(uint64_t size, const char *module, int32_t line) {
   if (size > kMaxSize || module == nullptr) return nullptr;
   auto *block = static_cast<unsigned char *>(std::malloc(size + kOverhead));
@@ -149,10 +180,10 @@ void *debug_malloc(uint64_t size, const char *module, int32_t line) {
   unsigned char *data = block + kDataOffset;
   store32(block, kHeadGuard);
   store32(data + size, kTailGuard);
-  auto *node = static_cast<Node *>(std::malloc(sizeof(Node)));
-  const char *name = node != nullptr ? getStringPtr(module) : nullptr;
+  Node *node = take_node();
+  const char *name = node != nullptr ? intern(module) : nullptr;
   if (name == nullptr) {
-    std::free(node);
+    if (node != nullptr) give_back_node(node);
     std::free(block);
     orlix_lock_unlock(g_lock);
     return nullptr;
@@ -192,7 +223,7 @@ void debug_free(void *pointer) {
     g_stats->live_bytes -= node->size;
     std::memset(node->block, 0, static_cast<size_t>(node->size + kOverhead));
     std::free(node->block);
-    std::free(node);
+    give_back_node(node);
   } else if (auto *bad = static_cast<BadFree *>(std::malloc(sizeof(BadFree))); bad != nullptr) {
     // A damaged or foreign block is left alone and remembered.
     *bad = BadFree{pointer, reason, g_bad_frees, nullptr};
