@@ -248,6 +248,22 @@ ORLIX_UString *orlix_ustring_newutf8(const char *bytes, int64_t count) {
       ++i;
       continue;
     }
+    // Two- and three-byte sequences that are well formed take a short path;
+    // everything else, malformed input included, goes the general way.
+    if (b >= 0xC2 && b <= 0xDF && i + 1 < count && (in[i + 1] & 0xC0) == 0x80) {
+      out[n++] = static_cast<uint16_t>((b & 0x1F) << 6 | (in[i + 1] & 0x3F));
+      i += 2;
+      continue;
+    }
+    if ((b & 0xF0) == 0xE0 && i + 2 < count && (in[i + 1] & 0xC0) == 0x80 &&
+        (in[i + 2] & 0xC0) == 0x80) {
+      const uint32_t v = (b & 0x0F) << 12 | (in[i + 1] & 0x3F) << 6 | (in[i + 2] & 0x3F);
+      if (v >= 0x800 && !is_surrogate(v)) {
+        out[n++] = static_cast<uint16_t>(v);
+        i += 3;
+        continue;
+      }
+    }
     uint32_t cp = 0;
     const int used = orlix::utf16::decode_utf8_multibyte(in + i, count - i, &cp);
     if (used == 0 || !put_code_point(out, n, pairs, cp)) return nullptr;
