@@ -223,9 +223,10 @@ bool orlix_utc_time_iaddhour(Time &t, int64_t count) {
 bool orlix_utc_time_iaddminute(Time &t, int64_t count) {
   // For less than a day the hour and minute steps below come down to moving
   // the minute of the day, with at most one day carried or borrowed; take
-  // that shortcut when the fields are ordinary.
+  // that shortcut when the fields are ordinary. (From a year in range the
+  // steps' own year checks can only fail where the last one does.)
   if (count > -1440 && count < 1440 && t.hour >= 0 && t.hour <= 23 && t.minute >= 0 &&
-      t.minute <= 59) {
+      t.minute <= 59 && year_in_range(t.year)) {
     int64_t m = t.hour * 60 + t.minute + count;
     if (m < 0) {
       m += 1440;
