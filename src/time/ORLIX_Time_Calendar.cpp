@@ -1,8 +1,6 @@
 // The UTC calendar layer: month and leap-second tables, day steps, the
 // leap-second-aware seconds arithmetic and the differences, all on records
 // held by value. Nothing here allocates.
-#include <cstdlib>
-
 #include "time/ORLIX_Time.hpp"
 
 namespace orlix::time {
@@ -23,7 +21,8 @@ constexpr Time kEpoch = utc_fields(1970, 1, 1, 0, 0, 0);
 
 }  // namespace
 
-// Every positive leap second so far, each at 23:59:60 UTC, ascending.
+// The 27 positive leap seconds from 1972 to 2016, each at 23:59:60 UTC, in
+// ascending order. The list is fixed; there is no run-time update.
 const Time g_leapseconds[kLeapSecondCount] = {
     leap(1972, 6, 30),  leap(1972, 12, 31), leap(1973, 12, 31), leap(1974, 12, 31),
     leap(1975, 12, 31), leap(1976, 12, 31), leap(1977, 12, 31), leap(1978, 12, 31),
