@@ -75,22 +75,45 @@ const char *eol_text(int32_t mode) {
   }
 }
 
+// The four characters of a group come from two look-ups of twelve bits
+// each, in tables of character pairs for both alphabets.
+using PairTable = std::array<std::array<char, 2>, 4096>;
+constexpr PairTable make_pair_table(const char *alphabet) {
+  PairTable t{};
+  for (int v = 0; v < 4096; ++v) {
+    t[v][0] = alphabet[v >> 6];
+    t[v][1] = alphabet[v & 63];
+  }
+  return t;
+}
+constexpr PairTable kStdPairs = make_pair_table(g_b64encodetable);
+constexpr PairTable kUrlPairs = make_pair_table(g_b64urlencodetable);
+
+char *encode_run(const PairTable &pairs, const unsigned char *in, int64_t groups, char *o) {
+  for (int64_t g = 0; g < groups; ++g, in += 3, o += 4) {
+    const uint32_t v = uint32_t{in[0]} << 16 | uint32_t{in[1]} << 8 | in[2];
+    std::memcpy(o, pairs[v >> 12].data(), 2);
+    std::memcpy(o + 2, pairs[v & 0xFFF].data(), 2);
+  }
+  return o;
+}
+
 // Encodes whole groups of `in` into `out`, breaking lines; returns the text
-// length.
+// length. Each group moves the column by 4, and a line ends as soon as the
+// column reaches the line length.
 int64_t encode_groups(Base64Stream *b, const unsigned char *in, int64_t groups, char *out) {
-  const char *alphabet = b->url ? g_b64urlencodetable : g_b64encodetable;
+  const PairTable &pairs = b->url ? kUrlPairs : kStdPairs;
+  if (b->eol_mode == ORLIX_BASE64_EOL_NONE) return encode_run(pairs, in, groups, out) - out;
   const char *eol = eol_text(b->eol_mode);
   const size_t eol_length = std::strlen(eol);
   char *o = out;
-  for (int64_t g = 0; g < groups; ++g, in += 3) {
-    const uint32_t v = uint32_t{in[0]} << 16 | uint32_t{in[1]} << 8 | in[2];
-    o[0] = alphabet[v >> 18];
-    o[1] = alphabet[v >> 12 & 63];
-    o[2] = alphabet[v >> 6 & 63];
-    o[3] = alphabet[v & 63];
-    o += 4;
-    if (b->eol_mode == ORLIX_BASE64_EOL_NONE) continue;
-    b->column += 4;
+  while (groups > 0) {
+    const int64_t to_eol = (b->line_length - b->column + 3) / 4;  // groups until the line ends
+    const int64_t run = groups < to_eol ? groups : to_eol;
+    o = encode_run(pairs, in, run, o);
+    in += 3 * run;
+    groups -= run;
+    b->column += 4 * run;
     if (b->column >= b->line_length) {
       std::memcpy(o, eol, eol_length);
       o += eol_length;
