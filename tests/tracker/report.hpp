@@ -32,7 +32,7 @@ inline std::string ReadReport() {
   return text;
 }
 
-// The parts of a report that a test does not control: the running counters
+// The pieces of a report that a test does not control: the running counters
 // and the bad frees remembered from earlier tests.
 struct Baseline {
   long long alloc_count = -1;

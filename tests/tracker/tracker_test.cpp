@@ -1,6 +1,6 @@
 // The debug allocation tracker, switched on by this program's own main before
 // anything allocates through the library. Reports are checked byte for
-// byte; the parts a test does not control (running totals, bad frees
+// byte; the pieces a test does not control (running totals, bad frees
 // remembered by earlier tests in the same process) are read from a report
 // taken at the start of the test.
 #include <algorithm>
