@@ -8,6 +8,7 @@
 #include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "ustring/ORLIX_UString.hpp"
+#include "ustring/ORLIX_UString_UTF8.hpp"
 
 using orlix::json::kModule;
 using orlix::json::ObjectItem;
@@ -213,7 +214,7 @@ ORLIX_JSON *orlix_json_newnumber(double value) {
 
 ORLIX_JSON *orlix_json_newstring(const char *bytes, int length) {
   if (length < 0 || length == kMaxStringLength || (bytes == nullptr && length != 0)) return nullptr;
-  if (length > 0 && !orlix::utf16::valid_utf8(reinterpret_cast<const unsigned char *>(bytes), length))
+  if (length > 0 && !orlix::utf8::validate(reinterpret_cast<const unsigned char *>(bytes), length))
     return nullptr;
   return orlix::json::new_string_unchecked(bytes, length);
 }
@@ -349,7 +350,7 @@ int orlix_json_addobjectitem(ORLIX_JSON *object, const char *name, uint32_t leng
   // The name obeys every rule of a string node, length included.
   const auto n = static_cast<int32_t>(length);
   if (n < 0 || n == kMaxStringLength || (name == nullptr && n != 0)) return 0;
-  if (n > 0 && !orlix::utf16::valid_utf8(reinterpret_cast<const unsigned char *>(name), n))
+  if (n > 0 && !orlix::utf8::validate(reinterpret_cast<const unsigned char *>(name), n))
     return 0;
   ORLIX_JSON *copy = orlix_json_dup(value);
   if (copy == nullptr) return 0;

@@ -12,6 +12,7 @@
 #include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
 #include "ustring/ORLIX_UString.hpp"
+#include "ustring/ORLIX_UString_UTF8.hpp"
 
 using orlix::json::kModule;
 using orlix::json::ObjectItem;
@@ -196,7 +197,7 @@ bool Decoder::string(const char **bytes, int32_t *length) {
   }
   // Escapes always yield whole UTF-8 sequences: only raw bytes of 0x80 and
   // above can make the text invalid.
-  if (size >= 0x7FFFFFFF || (high && !orlix::utf16::valid_utf8(text, size))) return false;
+  if (size >= 0x7FFFFFFF || (high && !orlix::utf8::validate(text, size))) return false;
   *bytes = reinterpret_cast<const char *>(text);
   *length = static_cast<int32_t>(size);
   return true;

@@ -7,6 +7,7 @@
 
 #include "ORLIX_Util.h"
 #include "core/memory.hpp"
+#include "ustring/ORLIX_UString_UTF8.hpp"
 
 namespace {
 
@@ -136,48 +137,6 @@ ORLIX_UString *make(int64_t capacity) {
   return s.release();
 }
 
-bool valid_utf8(const unsigned char *in, int64_t n) {
-  // The same acceptance as decode_utf8_multibyte, stated on the bytes
-  // directly: second-byte ranges exclude overlong forms, encoded surrogates
-  // and values above U+10FFFF.
-  const auto cont = [](unsigned char c) { return (c & 0xC0) == 0x80; };
-  int64_t i = 0;
-  while (i < n) {
-    while (i + 16 <= n) {
-      uint64_t a;
-      uint64_t b;
-      std::memcpy(&a, in + i, 8);
-      std::memcpy(&b, in + i + 8, 8);
-      if (((a | b) & 0x8080808080808080ull) != 0) break;
-      i += 16;
-    }
-    if (i >= n) break;
-    const unsigned char c = in[i];
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    const int64_t left = n - i;
-    if (c >= 0xC2 && c <= 0xDF) {
-      if (left < 2 || !cont(in[i + 1])) return false;
-      i += 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      if (left < 3 || !cont(in[i + 1]) || !cont(in[i + 2])) return false;
-      if (c == 0xE0 && in[i + 1] < 0xA0) return false;   // overlong
-      if (c == 0xED && in[i + 1] >= 0xA0) return false;  // a surrogate
-      i += 3;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      if (left < 4 || !cont(in[i + 1]) || !cont(in[i + 2]) || !cont(in[i + 3])) return false;
-      if (c == 0xF0 && in[i + 1] < 0x90) return false;   // overlong
-      if (c == 0xF4 && in[i + 1] >= 0x90) return false;  // above U+10FFFF
-      i += 4;
-    } else {
-      return false;  // a continuation byte, C0, C1 or F5..FF
-    }
-  }
-  return true;
-}
-
 ORLIX_UString *finish(ORLIX_UString *s, int64_t length, int64_t charcount, bool surrogates) {
   s->data[length] = 0;
   s->length = length;
@@ -221,55 +180,14 @@ ORLIX_UString *orlix_ustring_newutf8(const char *bytes, int64_t count) {
   bool empty = false;
   if (!check_args(bytes, count, &empty)) return nullptr;
   if (empty) return empty_string();
+  // Checked before anything is allocated; decoding then trusts the bytes.
+  const auto *in = reinterpret_cast<const unsigned char *>(bytes);
+  if (!orlix::utf8::validate(in, count)) return nullptr;
   OwnedString s(orlix::utf16::make(count));
   if (!s) return nullptr;
-  const auto *in = reinterpret_cast<const unsigned char *>(bytes);
-  uint16_t *out = s->data;
-  int64_t n = 0;
-  int64_t chars = 0;
-  bool pairs = false;
-  int64_t i = 0;
-  while (i < count) {
-    // ASCII runs, eight bytes at a time.
-    while (i + 8 <= count) {
-      uint64_t word;
-      std::memcpy(&word, in + i, 8);
-      if ((word & 0x8080808080808080ull) != 0) break;
-      for (int k = 0; k < 8; ++k) out[n + k] = in[i + k];
-      n += 8;
-      i += 8;
-      chars += 8;
-    }
-    if (i >= count) break;
-    const uint32_t b = in[i];
-    ++chars;
-    if (b < 0x80) {
-      out[n++] = static_cast<uint16_t>(b);
-      ++i;
-      continue;
-    }
-    // Two- and three-byte sequences that are well formed take a short path;
-    // everything else, malformed input included, goes the general way.
-    if (b >= 0xC2 && b <= 0xDF && i + 1 < count && (in[i + 1] & 0xC0) == 0x80) {
-      out[n++] = static_cast<uint16_t>((b & 0x1F) << 6 | (in[i + 1] & 0x3F));
-      i += 2;
-      continue;
-    }
-    if ((b & 0xF0) == 0xE0 && i + 2 < count && (in[i + 1] & 0xC0) == 0x80 &&
-        (in[i + 2] & 0xC0) == 0x80) {
-      const uint32_t v = (b & 0x0F) << 12 | (in[i + 1] & 0x3F) << 6 | (in[i + 2] & 0x3F);
-      if (v >= 0x800 && !is_surrogate(v)) {
-        out[n++] = static_cast<uint16_t>(v);
-        i += 3;
-        continue;
-      }
-    }
-    uint32_t cp = 0;
-    const int used = orlix::utf16::decode_utf8_multibyte(in + i, count - i, &cp);
-    if (used == 0 || !put_code_point(out, n, pairs, cp)) return nullptr;
-    i += used;
-  }
-  return orlix::utf16::finish(s.release(), n, chars, pairs);
+  int64_t pairs = 0;
+  const int64_t n = orlix::utf8::decode_valid(in, count, s->data, &pairs);
+  return orlix::utf16::finish(s.release(), n, n - pairs, pairs > 0);
 }
 
 ORLIX_UString *orlix_ustring_newbmp(const unsigned char *bytes, int64_t count) {
@@ -354,44 +272,8 @@ int orlix_ustring_toutf8(const ORLIX_UString *s, char **out, int64_t *count) {
   *out = nullptr;
   if (!buffer) return 0;
   auto *o = reinterpret_cast<unsigned char *>(buffer.get());
-  int64_t n = 0;
-  const uint16_t *d = s->data;
-  int64_t i = 0;
-  const auto put = [&](uint32_t cp) {
-    if (cp < 0x80) {
-      o[n++] = static_cast<unsigned char>(cp);
-    } else if (cp < 0x800) {
-      o[n++] = static_cast<unsigned char>(0xC0 | cp >> 6);
-      o[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      o[n++] = static_cast<unsigned char>(0xE0 | cp >> 12);
-      o[n++] = static_cast<unsigned char>(0x80 | (cp >> 6 & 0x3F));
-      o[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-    } else {
-      o[n++] = static_cast<unsigned char>(0xF0 | cp >> 18);
-      o[n++] = static_cast<unsigned char>(0x80 | (cp >> 12 & 0x3F));
-      o[n++] = static_cast<unsigned char>(0x80 | (cp >> 6 & 0x3F));
-      o[n++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-    }
-  };
-  while (i < s->length) {
-    // ASCII runs, four units at a time.
-    while (i + 4 <= s->length) {
-      uint64_t word;
-      std::memcpy(&word, d + i, 8);
-      if ((word & 0xFF80FF80FF80FF80ull) != 0) break;
-      for (int k = 0; k < 4; ++k) o[n + k] = static_cast<unsigned char>(d[i + k]);
-      n += 4;
-      i += 4;
-    }
-    if (i >= s->length) break;
-    uint32_t u = d[i++];
-    if (is_surrogate(u)) {
-      if (!is_high(u) || i >= s->length || !is_low(d[i])) return 0;
-      u = orlix::utf16::combine(u, d[i++]);
-    }
-    put(u);
-  }
+  const int64_t n = orlix::utf8::encode_utf16(s->data, s->length, o);
+  if (n < 0) return 0;
   o[n] = 0;
   *count = n;
   *out = buffer.release();

@@ -161,9 +161,63 @@ TEST(UStringOracle, Utf8AgainstPythonCodec) {
   Compare("def decode(l): return bytes.fromhex(l).decode('utf-8')\n", lines, [&](size_t i) {
     UStr s(orlix_ustring_newutf8(bytes[i].data(), int64_t(bytes[i].size())));
     const std::vector<unsigned char> exact(bytes[i].begin(), bytes[i].end());
-    EXPECT_EQ(orlix::utf16::valid_utf8(exact.data(), int64_t(exact.size())), s != nullptr)
+    EXPECT_EQ(orlix::utf8::validate(exact.data(), int64_t(exact.size())), s != nullptr)
         << Hex(bytes[i]);
     // A well-formed input converts back to exactly the same bytes.
+    char *out = nullptr;
+    int64_t n = 0;
+    if (s && orlix_ustring_toutf8(s.get(), &out, &n) == 1) {
+      EXPECT_EQ(std::string(out, size_t(n)), bytes[i]);
+      orlix_free(out);
+    }
+    return s;
+  });
+}
+
+// Texts long enough for the block-at-a-time paths (16 and 64 bytes): runs
+// of characters of one encoded length and of mixed ones, and in most texts
+// one defect
+// of RandomUtf8's kinds at a random offset, so that defects land at every
+// position relative to a block and to the characters around them.
+std::string LongUtf8(std::mt19937 &rng) {
+  std::string s;
+  const size_t target = 40 + rng() % 400;
+  static const uint32_t first[] = {0x20, 0x80, 0x800, 0xE000, 0x10000};
+  static const uint32_t span[] = {0x5F, 0x780, 0xD800 - 0x800, 0x2000, 0x100000};
+  while (s.size() < target) {
+    // A run of one encoded length, or a stretch of anything.
+    const unsigned kind = rng() % 6;
+    for (int k = int(rng() % 24); k > 0; --k)
+      s += Utf8Raw(kind < 5 ? first[kind] + rng() % span[kind] : RandomCodePoint(rng));
+  }
+  if (rng() % 4 != 0) {
+    const std::string defect = RandomUtf8(rng);
+    s.insert(rng() % (s.size() + 1), defect);
+  }
+  return s;
+}
+
+TEST(UStringOracle, LongUtf8AgainstPythonCodec) {
+  std::mt19937 rng(111);
+  std::vector<std::string> bytes, lines;
+  for (int i = 0; i < kCases; ++i) bytes.push_back(LongUtf8(rng)), lines.push_back(Hex(bytes.back()));
+  // One corrupted byte at every offset of one long text, for each of the
+  // byte values that matter to a decoder.
+  std::string base;
+  while (base.size() < 200) base += Utf8Raw(RandomCodePoint(rng));
+  for (size_t at = 0; at < base.size(); at += 1) {
+    for (unsigned char b : {0x41, 0x80, 0xA0, 0xC1, 0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8}) {
+      std::string t = base;
+      t[at] = char(b);
+      bytes.push_back(t), lines.push_back(Hex(t));
+    }
+    bytes.push_back(base.substr(0, at)), lines.push_back(Hex(bytes.back()));
+  }
+  Compare("def decode(l): return bytes.fromhex(l).decode('utf-8')\n", lines, [&](size_t i) {
+    UStr s(orlix_ustring_newutf8(bytes[i].data(), int64_t(bytes[i].size())));
+    const std::vector<unsigned char> exact(bytes[i].begin(), bytes[i].end());
+    EXPECT_EQ(orlix::utf8::validate(exact.data(), int64_t(exact.size())), s != nullptr)
+        << Hex(bytes[i]);
     char *out = nullptr;
     int64_t n = 0;
     if (s && orlix_ustring_toutf8(s.get(), &out, &n) == 1) {
@@ -219,6 +273,43 @@ TEST(UStringOracle, Utf16UnitsAgainstPythonCodec) {
         u.push_back(RandomUnit(rng));
       }
     }
+    inputs.push_back(u), lines.push_back(Hex(BigEndian(u)));
+  }
+  Compare("def decode(l): return bytes.fromhex(l).decode('utf-16-be')\n", lines, [&](size_t i) {
+    UStr s = FromUnits(inputs[i]);
+    if (s) {
+      EXPECT_EQ(UnitsOf(s.get()), inputs[i]);
+    }
+    return s;
+  });
+}
+
+// Long unit sequences for the eight-units-at-a-time encoder: runs of one
+// length class (ASCII, two-byte, three-byte) with pairs and, in most
+// sequences, one lone or misordered surrogate somewhere.
+TEST(UStringOracle, LongUtf16AgainstPythonCodec) {
+  std::mt19937 rng(112);
+  std::vector<Units> inputs;
+  std::vector<std::string> lines;
+  for (int i = 0; i < kCases; ++i) {
+    Units u;
+    const size_t target = 16 + rng() % 200;
+    while (u.size() < target) {
+      const int run = int(rng() % 24);
+      const int kind = int(rng() % 5);
+      for (int k = 0; k < run; ++k) {
+        switch (kind) {
+          case 0: u.push_back(uint16_t(rng() % 0x80)); break;
+          case 1: u.push_back(uint16_t(0x80 + rng() % 0x780)); break;
+          case 2: u.push_back(uint16_t(0x800 + rng() % (0xD800 - 0x800))); break;
+          case 3: u.push_back(uint16_t(0xE000 + rng() % 0x2000)); break;
+          default:
+            u.push_back(uint16_t(0xD800 + rng() % 0x400));
+            u.push_back(uint16_t(0xDC00 + rng() % 0x400));
+        }
+      }
+    }
+    if (rng() % 3 != 0) u.insert(u.begin() + long(rng() % (u.size() + 1)), RandomUnit(rng));
     inputs.push_back(u), lines.push_back(Hex(BigEndian(u)));
   }
   Compare("def decode(l): return bytes.fromhex(l).decode('utf-16-be')\n", lines, [&](size_t i) {

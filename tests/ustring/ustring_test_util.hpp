@@ -20,6 +20,7 @@
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 #include "ustring/ORLIX_UString.hpp"
+#include "ustring/ORLIX_UString_UTF8.hpp"
 
 namespace orlix_test {
 
