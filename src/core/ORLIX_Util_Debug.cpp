@@ -13,6 +13,7 @@
 #include "ORLIX_Util.h"
 #include "core/alloc.hpp"
 #include "core/debug_alloc.hpp"
+#include "unix/lock.hpp"
 
 namespace {
 
@@ -69,6 +70,10 @@ int64_t g_stall = -1;
 Interned *g_string_table[kBuckets];
 Node *g_spare_nodes = nullptr;  // released nodes, kept for reuse (under the lock)
 orlix::debug::SleepFunction g_sleep = ::sleep;
+
+// The tracker lock, taken on every allocation and free.
+bool lock_tracker() { return pthread_mutex_lock(orlix::lock::mutex_of(g_lock)) == 0; }
+void unlock_tracker() { pthread_mutex_unlock(orlix::lock::mutex_of(g_lock)); }
 
 const char *reason_text(uint32_t reason) {
   switch (reason) {
@@ -154,12 +159,21 @@ void give_back_node(Node *node) {
   g_spare_nodes = node;
 }
 
+// True when a and b hold the same text. Module names are short, and an
+// inline loop beats a call into the C library for them.
+inline bool same_text(const char *a, const char *b) {
+  for (; *a == *b; ++a, ++b)
+    if (*a == '\0') return true;
+  return false;
+}
+
 // Module names are nearly always the same literal again and again; the
-// last one looked up is tried first.
+// last one looked up is tried first (its text too, in case the caller's
+// buffer at that address has changed since).
 const char *intern(const char *module) {
   static const char *last_text = nullptr;
   static const char *last_copy = nullptr;
-  if (module == last_text && last_copy != nullptr && std::strcmp(module, last_copy) == 0)
+  if (module == last_text && last_copy != nullptr && same_text(module, last_copy))
     return last_copy;
   const char *copy = getStringPtr(module);
   if (copy != nullptr) {
@@ -173,7 +187,7 @@ void *debug_malloc(uint64_t size, const char *module, int32_t line) {
   if (size > kMaxSize || module == nullptr) return nullptr;
   auto *block = static_cast<unsigned char *>(std::malloc(size + kOverhead));
   if (block == nullptr) return nullptr;
-  if (orlix_lock_lock(g_lock) != 1) {
+  if (!lock_tracker()) {
     std::free(block);
     return nullptr;
   }
@@ -185,7 +199,7 @@ void *debug_malloc(uint64_t size, const char *module, int32_t line) {
   if (name == nullptr) {
     if (node != nullptr) give_back_node(node);
     std::free(block);
-    orlix_lock_unlock(g_lock);
+    unlock_tracker();
     return nullptr;
   }
   node->block = block;
@@ -204,13 +218,13 @@ void *debug_malloc(uint64_t size, const char *module, int32_t line) {
   node->next = g_stats->live;
   if (node->next != nullptr) node->next->prev = node;
   g_stats->live = node;
-  orlix_lock_unlock(g_lock);
+  unlock_tracker();
   return data;
 }
 
 void debug_free(void *pointer) {
   if (pointer == nullptr) return;
-  if (orlix_lock_lock(g_lock) != 1) return;
+  if (!lock_tracker()) return;
   auto *data = static_cast<unsigned char *>(pointer);
   uint32_t reason = 0;
   if (isdebugmem(data, &reason)) {
@@ -230,7 +244,7 @@ void debug_free(void *pointer) {
     if (g_bad_frees != nullptr) g_bad_frees->prev = bad;
     g_bad_frees = bad;
   }
-  orlix_lock_unlock(g_lock);
+  unlock_tracker();
 }
 
 void write_report(FILE *f) {

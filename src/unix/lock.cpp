@@ -6,12 +6,13 @@
 
 #include "ORLIX_Thread.h"
 #include "ORLIX_Util.h"
+#include "unix/lock.hpp"
 
 namespace {
 
 constexpr const char kModule[] = "unix/lock";
 
-pthread_mutex_t *mutex_of(ORLIX_Lock *lock) { return reinterpret_cast<pthread_mutex_t *>(lock); }
+using orlix::lock::mutex_of;
 pthread_cond_t *cond_of(ORLIX_Condition *c) { return reinterpret_cast<pthread_cond_t *>(c); }
 
 }  // namespace
