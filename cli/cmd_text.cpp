@@ -30,7 +30,11 @@ int each_line(std::string_view command, const std::vector<std::string_view> &tex
     if (in.s == nullptr) return failure(command, where + "not valid text in the locale's charset");
     UStr result(transform(in.s));
     std::string bytes;
-    if (result.s == nullptr) return failure(command, where + std::string(refused));
+    if (result.s == nullptr) {
+      std::string message = where;
+      message.append(refused);
+      return failure(command, message);
+    }
     if (!to_locale(result.s, &bytes))
       return failure(command, where + "the result cannot be written in the locale's charset");
     out += bytes;
