@@ -141,8 +141,7 @@ inline bool encode_one(const uint16_t *d, int64_t &i, int64_t length, unsigned c
   return true;
 }
 
-int64_t encode_scalar(const uint16_t *d, int64_t i, int64_t length, unsigned char *out,
-                      int64_t n) {
+int64_t encode_scalar(const uint16_t *d, int64_t i, int64_t length, unsigned char *out, int64_t n) {
   while (i < length) {
     while (i + 4 <= length) {
       uint64_t word;
@@ -286,16 +285,16 @@ ORLIX_SSSE3 inline void widen16(__m128i v, uint16_t *out) {
 // nibble of the earlier byte, its low nibble, high nibble of the later byte)
 // each give the classes the nibble allows; a pair is in a class when all
 // three agree.
-constexpr uint8_t kTooShort = 1 << 0;   // a lead followed by a non-continuation
-constexpr uint8_t kTooLong = 1 << 1;    // ASCII followed by a continuation
-constexpr uint8_t kOverlong3 = 1 << 2;  // E0 80..9F
-constexpr uint8_t kTooLarge = 1 << 3;   // F4 90..BF, F5..FF 90..BF
-constexpr uint8_t kSurrogate = 1 << 4;  // ED A0..BF
-constexpr uint8_t kOverlong2 = 1 << 5;  // C0/C1 then a continuation
+constexpr uint8_t kTooShort = 1 << 0;      // a lead followed by a non-continuation
+constexpr uint8_t kTooLong = 1 << 1;       // ASCII followed by a continuation
+constexpr uint8_t kOverlong3 = 1 << 2;     // E0 80..9F
+constexpr uint8_t kTooLarge = 1 << 3;      // F4 90..BF, F5..FF 90..BF
+constexpr uint8_t kSurrogate = 1 << 4;     // ED A0..BF
+constexpr uint8_t kOverlong2 = 1 << 5;     // C0/C1 then a continuation
 constexpr uint8_t kTooLarge1000 = 1 << 6;  // F5..FF 80..8F
 constexpr uint8_t kOverlong4 = 1 << 6;     // F0 80..8F
-constexpr uint8_t kTwoConts = 1 << 7;  // two continuation bytes: an error unless
-                                       // a three- or four-byte lead requires it
+constexpr uint8_t kTwoConts = 1 << 7;      // two continuation bytes: an error unless
+                                           // a three- or four-byte lead requires it
 constexpr uint8_t kCarry = kTooShort | kTooLong | kTwoConts;
 
 struct Validator {
@@ -310,8 +309,8 @@ struct Validator {
     const __m128i prev1 = _mm_alignr_epi8(input, prev, 15);
     const __m128i byte_1_high = _mm_shuffle_epi8(
         _mm_setr_epi8(kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong,
-                      kTooLong, kTwoConts, kTwoConts, kTwoConts, kTwoConts,
-                      kTooShort | kOverlong2, kTooShort, kTooShort | kOverlong3 | kSurrogate,
+                      kTooLong, kTwoConts, kTwoConts, kTwoConts, kTwoConts, kTooShort | kOverlong2,
+                      kTooShort, kTooShort | kOverlong3 | kSurrogate,
                       static_cast<char>(kTooShort | kTooLarge | kTooLarge1000 | kOverlong4)),
         high_nibbles(prev1));
     constexpr uint8_t kLarge = kCarry | kTooLarge | kTooLarge1000;
@@ -328,9 +327,8 @@ struct Validator {
         _mm_and_si128(prev1, _mm_set1_epi8(0x0F)));
     constexpr uint8_t kCont = kTooLong | kOverlong2 | kTwoConts;
     const __m128i byte_2_high = _mm_shuffle_epi8(
-        _mm_setr_epi8(kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
-                      kTooShort, kTooShort,
-                      static_cast<char>(kCont | kOverlong3 | kTooLarge1000 | kOverlong4),
+        _mm_setr_epi8(kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
+                      kTooShort, static_cast<char>(kCont | kOverlong3 | kTooLarge1000 | kOverlong4),
                       static_cast<char>(kCont | kOverlong3 | kTooLarge),
                       static_cast<char>(kCont | kSurrogate | kTooLarge),
                       static_cast<char>(kCont | kSurrogate | kTooLarge), kTooShort, kTooShort,
@@ -353,10 +351,9 @@ struct Validator {
   // For a block of ASCII: the only possible error is a sequence left
   // unfinished at the end of the previous bytes.
   ORLIX_SSSE3 void check_ascii(__m128i input) {
-    const __m128i last =
-        _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-                      static_cast<char>(0xF0 - 1), static_cast<char>(0xE0 - 1),
-                      static_cast<char>(0xC0 - 1));
+    const __m128i last = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                       static_cast<char>(0xF0 - 1), static_cast<char>(0xE0 - 1),
+                                       static_cast<char>(0xC0 - 1));
     error = _mm_or_si128(error, _mm_subs_epu8(prev, last));
     prev = input;
   }
@@ -479,16 +476,16 @@ ORLIX_SSSE3 inline int encode4(__m128i cp, unsigned char *out) {
   const __m128i one = _mm_cmplt_epi32(cp, _mm_set1_epi32(0x80));
   const __m128i two = _mm_cmplt_epi32(cp, _mm_set1_epi32(0x800));
   // 110xxxxx 10xxxxxx
-  const __m128i form2 = _mm_or_si128(
-      _mm_or_si128(_mm_srli_epi32(cp, 6),
-                   _mm_and_si128(_mm_slli_epi32(cp, 8), _mm_set1_epi32(0x3F00))),
-      _mm_set1_epi32(0x80C0));
+  const __m128i form2 =
+      _mm_or_si128(_mm_or_si128(_mm_srli_epi32(cp, 6),
+                                _mm_and_si128(_mm_slli_epi32(cp, 8), _mm_set1_epi32(0x3F00))),
+                   _mm_set1_epi32(0x80C0));
   // 1110xxxx 10xxxxxx 10xxxxxx
-  const __m128i form3 = _mm_or_si128(
-      _mm_or_si128(_mm_srli_epi32(cp, 12),
-                   _mm_and_si128(_mm_slli_epi32(cp, 2), _mm_set1_epi32(0x3F00))),
-      _mm_or_si128(_mm_and_si128(_mm_slli_epi32(cp, 16), _mm_set1_epi32(0x3F0000)),
-                   _mm_set1_epi32(0x8080E0)));
+  const __m128i form3 =
+      _mm_or_si128(_mm_or_si128(_mm_srli_epi32(cp, 12),
+                                _mm_and_si128(_mm_slli_epi32(cp, 2), _mm_set1_epi32(0x3F00))),
+                   _mm_or_si128(_mm_and_si128(_mm_slli_epi32(cp, 16), _mm_set1_epi32(0x3F0000)),
+                                _mm_set1_epi32(0x8080E0)));
   const __m128i forms = _mm_or_si128(
       _mm_and_si128(one, cp),
       _mm_or_si128(_mm_and_si128(_mm_andnot_si128(one, two), form2), _mm_andnot_si128(two, form3)));

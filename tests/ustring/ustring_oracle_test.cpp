@@ -153,17 +153,15 @@ std::string RandomUtf8(std::mt19937 &rng) {
   return s;
 }
 
-TEST(UStringOracle, Utf8AgainstPythonCodec) {
-  std::mt19937 rng(101);
-  std::vector<std::string> bytes, lines;
-  for (int i = 0; i < kCases; ++i)
-    bytes.push_back(RandomUtf8(rng)), lines.push_back(Hex(bytes.back()));
+// UTF-8 texts against Python's decoder. The validator shared with the JSON
+// code must agree with the constructor, and a well-formed input must convert
+// back to exactly the same bytes.
+void CompareUtf8(const std::vector<std::string> &bytes, const std::vector<std::string> &lines) {
   Compare("def decode(l): return bytes.fromhex(l).decode('utf-8')\n", lines, [&](size_t i) {
     UStr s(orlix_ustring_newutf8(bytes[i].data(), int64_t(bytes[i].size())));
     const std::vector<unsigned char> exact(bytes[i].begin(), bytes[i].end());
     EXPECT_EQ(orlix::utf8::validate(exact.data(), int64_t(exact.size())), s != nullptr)
         << Hex(bytes[i]);
-    // A well-formed input converts back to exactly the same bytes.
     char *out = nullptr;
     int64_t n = 0;
     if (s && orlix_ustring_toutf8(s.get(), &out, &n) == 1) {
@@ -174,11 +172,24 @@ TEST(UStringOracle, Utf8AgainstPythonCodec) {
   });
 }
 
+// kCases texts from make(rng), with their hex lines for the script.
+void Generate(std::mt19937 &rng, std::string (*make)(std::mt19937 &),
+              std::vector<std::string> *bytes, std::vector<std::string> *lines) {
+  for (int i = 0; i < kCases; ++i)
+    bytes->push_back(make(rng)), lines->push_back(Hex(bytes->back()));
+}
+
+TEST(UStringOracle, Utf8AgainstPythonCodec) {
+  std::mt19937 rng(101);
+  std::vector<std::string> bytes, lines;
+  Generate(rng, RandomUtf8, &bytes, &lines);
+  CompareUtf8(bytes, lines);
+}
+
 // Texts long enough for the block-at-a-time paths (16 and 64 bytes): runs
 // of characters of one encoded length and of mixed ones, and in most texts
-// one defect
-// of RandomUtf8's kinds at a random offset, so that defects land at every
-// position relative to a block and to the characters around them.
+// one defect of RandomUtf8's kinds at a random offset, so that defects land
+// at every position relative to a block and to the characters around them.
 std::string LongUtf8(std::mt19937 &rng) {
   std::string s;
   const size_t target = 40 + rng() % 400;
@@ -200,12 +211,12 @@ std::string LongUtf8(std::mt19937 &rng) {
 TEST(UStringOracle, LongUtf8AgainstPythonCodec) {
   std::mt19937 rng(111);
   std::vector<std::string> bytes, lines;
-  for (int i = 0; i < kCases; ++i) bytes.push_back(LongUtf8(rng)), lines.push_back(Hex(bytes.back()));
+  Generate(rng, LongUtf8, &bytes, &lines);
   // One corrupted byte at every offset of one long text, for each of the
   // byte values that matter to a decoder.
   std::string base;
   while (base.size() < 200) base += Utf8Raw(RandomCodePoint(rng));
-  for (size_t at = 0; at < base.size(); at += 1) {
+  for (size_t at = 0; at < base.size(); ++at) {
     for (unsigned char b : {0x41, 0x80, 0xA0, 0xC1, 0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8}) {
       std::string t = base;
       t[at] = char(b);
@@ -213,19 +224,7 @@ TEST(UStringOracle, LongUtf8AgainstPythonCodec) {
     }
     bytes.push_back(base.substr(0, at)), lines.push_back(Hex(bytes.back()));
   }
-  Compare("def decode(l): return bytes.fromhex(l).decode('utf-8')\n", lines, [&](size_t i) {
-    UStr s(orlix_ustring_newutf8(bytes[i].data(), int64_t(bytes[i].size())));
-    const std::vector<unsigned char> exact(bytes[i].begin(), bytes[i].end());
-    EXPECT_EQ(orlix::utf8::validate(exact.data(), int64_t(exact.size())), s != nullptr)
-        << Hex(bytes[i]);
-    char *out = nullptr;
-    int64_t n = 0;
-    if (s && orlix_ustring_toutf8(s.get(), &out, &n) == 1) {
-      EXPECT_EQ(std::string(out, size_t(n)), bytes[i]);
-      orlix_free(out);
-    }
-    return s;
-  });
+  CompareUtf8(bytes, lines);
 }
 
 TEST(UStringOracle, AsciiAgainstPythonCodec) {
@@ -257,24 +256,54 @@ std::string BigEndian(const Units &u) {
   return s;
 }
 
-TEST(UStringOracle, Utf16UnitsAgainstPythonCodec) {
-  std::mt19937 rng(103);
-  std::vector<Units> inputs;
-  std::vector<std::string> lines;
-  for (int i = 0; i < kCases; ++i) {
-    Units u;
-    for (int k = int(rng() % 7); k > 0; --k) {
-      if (rng() % 3 == 0) {
-        u.push_back(uint16_t(0xD800 + rng() % 0x400)),
-            u.push_back(uint16_t(0xDC00 + rng() % 0x400));
-      } else if (rng() % 2 != 0) {
-        u.push_back(uint16_t(rng() % 0xD800));
-      } else {
-        u.push_back(RandomUnit(rng));
+// Short unit sequences: pairs, BMP units and edge units in any order.
+Units ShortUnits(std::mt19937 &rng) {
+  Units u;
+  for (int k = int(rng() % 7); k > 0; --k) {
+    if (rng() % 3 == 0) {
+      u.push_back(uint16_t(0xD800 + rng() % 0x400)), u.push_back(uint16_t(0xDC00 + rng() % 0x400));
+    } else if (rng() % 2 != 0) {
+      u.push_back(uint16_t(rng() % 0xD800));
+    } else {
+      u.push_back(RandomUnit(rng));
+    }
+  }
+  return u;
+}
+
+// Long unit sequences for the eight-units-at-a-time encoder: runs of one
+// length class (ASCII, two-byte, three-byte) with pairs and, in most
+// sequences, one lone or misordered surrogate somewhere.
+Units LongUnits(std::mt19937 &rng) {
+  Units u;
+  const size_t target = 16 + rng() % 200;
+  while (u.size() < target) {
+    const int run = int(rng() % 24);
+    const int kind = int(rng() % 5);
+    for (int k = 0; k < run; ++k) {
+      switch (kind) {
+        case 0: u.push_back(uint16_t(rng() % 0x80)); break;
+        case 1: u.push_back(uint16_t(0x80 + rng() % 0x780)); break;
+        case 2: u.push_back(uint16_t(0x800 + rng() % (0xD800 - 0x800))); break;
+        case 3: u.push_back(uint16_t(0xE000 + rng() % 0x2000)); break;
+        default:
+          u.push_back(uint16_t(0xD800 + rng() % 0x400));
+          u.push_back(uint16_t(0xDC00 + rng() % 0x400));
       }
     }
-    inputs.push_back(u), lines.push_back(Hex(BigEndian(u)));
   }
+  if (rng() % 3 != 0) u.insert(u.begin() + long(rng() % (u.size() + 1)), RandomUnit(rng));
+  return u;
+}
+
+// kCases unit sequences from make(rng) against Python's UTF-16 decoder; an
+// accepted sequence keeps its units.
+void CompareUtf16(uint32_t seed, Units (*make)(std::mt19937 &)) {
+  std::mt19937 rng(seed);
+  std::vector<Units> inputs;
+  std::vector<std::string> lines;
+  for (int i = 0; i < kCases; ++i)
+    inputs.push_back(make(rng)), lines.push_back(Hex(BigEndian(inputs.back())));
   Compare("def decode(l): return bytes.fromhex(l).decode('utf-16-be')\n", lines, [&](size_t i) {
     UStr s = FromUnits(inputs[i]);
     if (s) {
@@ -284,42 +313,9 @@ TEST(UStringOracle, Utf16UnitsAgainstPythonCodec) {
   });
 }
 
-// Long unit sequences for the eight-units-at-a-time encoder: runs of one
-// length class (ASCII, two-byte, three-byte) with pairs and, in most
-// sequences, one lone or misordered surrogate somewhere.
-TEST(UStringOracle, LongUtf16AgainstPythonCodec) {
-  std::mt19937 rng(112);
-  std::vector<Units> inputs;
-  std::vector<std::string> lines;
-  for (int i = 0; i < kCases; ++i) {
-    Units u;
-    const size_t target = 16 + rng() % 200;
-    while (u.size() < target) {
-      const int run = int(rng() % 24);
-      const int kind = int(rng() % 5);
-      for (int k = 0; k < run; ++k) {
-        switch (kind) {
-          case 0: u.push_back(uint16_t(rng() % 0x80)); break;
-          case 1: u.push_back(uint16_t(0x80 + rng() % 0x780)); break;
-          case 2: u.push_back(uint16_t(0x800 + rng() % (0xD800 - 0x800))); break;
-          case 3: u.push_back(uint16_t(0xE000 + rng() % 0x2000)); break;
-          default:
-            u.push_back(uint16_t(0xD800 + rng() % 0x400));
-            u.push_back(uint16_t(0xDC00 + rng() % 0x400));
-        }
-      }
-    }
-    if (rng() % 3 != 0) u.insert(u.begin() + long(rng() % (u.size() + 1)), RandomUnit(rng));
-    inputs.push_back(u), lines.push_back(Hex(BigEndian(u)));
-  }
-  Compare("def decode(l): return bytes.fromhex(l).decode('utf-16-be')\n", lines, [&](size_t i) {
-    UStr s = FromUnits(inputs[i]);
-    if (s) {
-      EXPECT_EQ(UnitsOf(s.get()), inputs[i]);
-    }
-    return s;
-  });
-}
+TEST(UStringOracle, Utf16UnitsAgainstPythonCodec) { CompareUtf16(103, ShortUnits); }
+
+TEST(UStringOracle, LongUtf16AgainstPythonCodec) { CompareUtf16(112, LongUnits); }
 
 TEST(UStringOracle, Ucs2AgainstPythonCodec) {
   std::mt19937 rng(104);
