@@ -528,14 +528,29 @@ ORLIX_SSSE3 int64_t encode_ssse3(const uint16_t *d, int64_t length, unsigned cha
 
 #undef ORLIX_SSSE3
 
-bool have_ssse3() {
-  static const bool have = __builtin_cpu_supports("ssse3");
-  return have;
+// Whether the SSSE3 forms run: decided once from the processor, and
+// switchable off so that tests can run the portable forms on any machine.
+bool &use_ssse3() {
+  static bool use = __builtin_cpu_supports("ssse3");
+  return use;
 }
+
+bool have_ssse3() { return use_ssse3(); }
 
 #endif  // ORLIX_UTF8_SSSE3
 
 }  // namespace
+
+bool use_vector_forms(bool on) {
+#if defined(ORLIX_UTF8_SSSE3)
+  const bool was = use_ssse3();
+  use_ssse3() = on && __builtin_cpu_supports("ssse3");
+  return was;
+#else
+  (void)on;
+  return false;
+#endif
+}
 
 bool validate(const unsigned char *in, int64_t n) {
 #if defined(ORLIX_UTF8_SSSE3)

@@ -225,6 +225,10 @@ TEST(UStringOracle, LongUtf8AgainstPythonCodec) {
     bytes.push_back(base.substr(0, at)), lines.push_back(Hex(bytes.back()));
   }
   CompareUtf8(bytes, lines);
+  // The same texts through the portable forms that other processors use.
+  const bool was = orlix::utf8::use_vector_forms(false);
+  CompareUtf8(bytes, lines);
+  orlix::utf8::use_vector_forms(was);
 }
 
 TEST(UStringOracle, AsciiAgainstPythonCodec) {
@@ -315,7 +319,12 @@ void CompareUtf16(uint32_t seed, Units (*make)(std::mt19937 &)) {
 
 TEST(UStringOracle, Utf16UnitsAgainstPythonCodec) { CompareUtf16(103, ShortUnits); }
 
-TEST(UStringOracle, LongUtf16AgainstPythonCodec) { CompareUtf16(112, LongUnits); }
+TEST(UStringOracle, LongUtf16AgainstPythonCodec) {
+  CompareUtf16(112, LongUnits);
+  const bool was = orlix::utf8::use_vector_forms(false);
+  CompareUtf16(112, LongUnits);
+  orlix::utf8::use_vector_forms(was);
+}
 
 TEST(UStringOracle, Ucs2AgainstPythonCodec) {
   std::mt19937 rng(104);
