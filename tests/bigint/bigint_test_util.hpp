@@ -21,6 +21,7 @@
 #include "ORLIX_BigInteger.h"
 #include "ORLIX_Util.h"
 #include "bigint/ORLIX_BigInteger_gmp.hpp"
+#include "python_oracle.hpp"
 
 namespace bigint_test {
 
@@ -105,37 +106,8 @@ inline std::string RandomValueHex(std::mt19937_64 &rng, int max_bits = 4200) {
   return hex;
 }
 
-inline bool HavePython() {
-  static const int have = std::system("python3 -c pass >/dev/null 2>&1") == 0;
-  return have;
-}
-
-// Runs `script` under python3 with the path of a file holding `input` as
-// its argument and returns the lines it prints: one process per batch.
-inline std::vector<std::string> RunPython(const std::string &script, const std::string &input) {
-  std::string dir = testing::TempDir() + "bigint_oracle_XXXXXX";
-  if (mkdtemp(dir.data()) == nullptr) return {};
-  std::ofstream(dir + "/oracle.py") << script;
-  std::ofstream(dir + "/input.txt") << input;
-  const std::string cmd = "python3 " + dir + "/oracle.py " + dir + "/input.txt";
-  std::vector<std::string> lines;
-  if (FILE *f = popen(cmd.c_str(), "r")) {
-    std::string line;
-    for (int c; (c = std::fgetc(f)) != EOF;) {
-      if (c != '\n') {
-        line += static_cast<char>(c);
-      } else {
-        lines.push_back(line);
-        line.clear();
-      }
-    }
-    EXPECT_EQ(pclose(f), 0) << "python3 failed";
-  }
-  std::remove((dir + "/oracle.py").c_str());
-  std::remove((dir + "/input.txt").c_str());
-  rmdir(dir.c_str());
-  return lines;
-}
+using orlix_oracle::HavePython;
+using orlix_oracle::RunPython;
 
 // Splits a line at single spaces.
 inline std::vector<std::string> Fields(const std::string &line) {

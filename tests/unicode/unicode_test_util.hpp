@@ -19,6 +19,7 @@
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 #include "ustring/ORLIX_UString.hpp"
+#include "python_oracle.hpp"
 
 namespace unicode_test {
 
@@ -106,38 +107,11 @@ inline testing::AssertionResult WellFormed(const ORLIX_UString *s) {
   return testing::AssertionSuccess();
 }
 
-inline bool HavePython() {
-  static const bool have = std::system("python3 -c pass >/dev/null 2>&1") == 0;
-  return have;
-}
+using orlix_oracle::HavePython;
 
-// Runs `script` under python3 with `args` and returns the lines it prints;
-// a failing script fails the calling test.
+// The oracles of these suites take what they need as arguments.
 inline std::vector<std::string> RunPython(const std::string &script, const std::string &args = "") {
-  std::string dir = testing::TempDir() + "unicode_oracle_XXXXXX";
-  std::vector<std::string> lines;
-  if (mkdtemp(dir.data()) == nullptr) {
-    ADD_FAILURE() << "no temporary directory";
-    return lines;
-  }
-  const std::string path = dir + "/oracle.py";
-  std::ofstream(path) << script;
-  const std::string cmd = "python3 " + path + " " + args;
-  if (FILE *f = popen(cmd.c_str(), "r")) {
-    std::string line;
-    for (int c; (c = std::fgetc(f)) != EOF;) {
-      if (c != '\n') {
-        line += char(c);
-      } else {
-        lines.push_back(line);
-        line.clear();
-      }
-    }
-    EXPECT_EQ(pclose(f), 0) << "the oracle script failed";
-  }
-  std::remove(path.c_str());
-  rmdir(dir.c_str());
-  return lines;
+  return orlix_oracle::RunPython(script, "", args);
 }
 
 // The data files the tables are generated from (for the oracles' choice of

@@ -21,6 +21,7 @@
 #include "ORLIX_Util.h"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
+#include "python_oracle.hpp"
 
 namespace orlix_test {
 
@@ -119,38 +120,7 @@ inline uint32_t RandomCodePoint(std::mt19937 &rng) {
   }
 }
 
-inline bool HavePython() {
-  static const int have = std::system("python3 -c pass >/dev/null 2>&1") == 0;
-  return have;
-}
-
-// Runs `script` under python3 with the path of a file holding `input` as
-// its argument and returns the lines it prints. One call per batch keeps
-// the start-up cost of the interpreter out of the loop.
-inline std::vector<std::string> RunPython(const std::string &script, const std::string &input) {
-  std::string dir = testing::TempDir() + "ustring_oracle_XXXXXX";
-  if (mkdtemp(dir.data()) == nullptr) return {};
-  const std::string base = dir;
-  std::ofstream(base + "/oracle.py") << script;
-  std::ofstream(base + "/input.txt") << input;
-  const std::string cmd = "python3 " + base + "/oracle.py " + base + "/input.txt";
-  std::vector<std::string> lines;
-  if (FILE *f = popen(cmd.c_str(), "r")) {
-    std::string line;
-    for (int c; (c = std::fgetc(f)) != EOF;) {
-      if (c != '\n') {
-        line += char(c);
-      } else {
-        lines.push_back(line);
-        line.clear();
-      }
-    }
-    EXPECT_EQ(pclose(f), 0) << "python3 failed";
-  }
-  std::remove((base + "/oracle.py").c_str());
-  std::remove((base + "/input.txt").c_str());
-  rmdir(dir.c_str());
-  return lines;
-}
+using orlix_oracle::HavePython;
+using orlix_oracle::RunPython;
 
 }  // namespace orlix_test
