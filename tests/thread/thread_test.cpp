@@ -115,6 +115,27 @@ class Thread {
   std::atomic<bool> finished_{false};
 };
 
+// Starts a thread that calls take() and then give_back(), and checks that it
+// waits: once waiting() holds, it must still be blocked kStillBlocked later.
+// release() then runs here, after which the thread must finish with take()
+// having returned 1.
+void ExpectWaitsUntilReleased(const std::function<int()> &take,
+                              const std::function<void()> &give_back,
+                              const std::function<bool()> &waiting,
+                              const std::function<void()> &release) {
+  std::atomic<int> got{-1};
+  Thread t([&] {
+    got = take();
+    give_back();
+  });
+  ASSERT_TRUE(Eventually(waiting));
+  std::this_thread::sleep_for(kStillBlocked);
+  EXPECT_FALSE(t.Finished()) << "the thread did not wait";
+  release();
+  EXPECT_TRUE(t.JoinWithin());
+  EXPECT_EQ(got.load(), 1);
+}
+
 // ---- recursive locks ---------------------------------------------------------
 
 TEST(Lock, OwnerTakesItTwiceAndMustReleaseTwice) {
@@ -146,16 +167,9 @@ TEST(Lock, BlocksAnotherThreadUntilReleased) {
   ORLIX_Lock *lock = orlix_lock_new();
   ASSERT_NE(lock, nullptr);
   ASSERT_EQ(orlix_lock_lock(lock), 1);
-  std::atomic<int> got{-1};
-  Thread t([&] {
-    got = orlix_lock_lock(lock);
-    orlix_lock_unlock(lock);
-  });
-  std::this_thread::sleep_for(kStillBlocked);
-  EXPECT_FALSE(t.Finished());
-  EXPECT_EQ(orlix_lock_unlock(lock), 1);
-  EXPECT_TRUE(t.JoinWithin());
-  EXPECT_EQ(got.load(), 1);
+  ExpectWaitsUntilReleased([&] { return orlix_lock_lock(lock); },
+                           [&] { orlix_lock_unlock(lock); }, [] { return true; },
+                           [&] { EXPECT_EQ(orlix_lock_unlock(lock), 1); });
   orlix_lock_free(lock);
 }
 
@@ -218,17 +232,10 @@ TEST_F(RWLock, WriterWaitsForEveryReader) {
 TEST_F(RWLock, ReaderWaitsForActiveWriter) {
   ASSERT_EQ(orlix_rwlock_writerlock(lock_), 1);
   EXPECT_EQ(CountsOf(lock_).writer_active, 1);
-  std::atomic<int> got{-1};
-  Thread reader([&] {
-    got = orlix_rwlock_readerlock(lock_);
-    orlix_rwlock_readerunlock(lock_);
-  });
-  ASSERT_TRUE(Eventually([&] { return CountsOf(lock_).waiting_readers == 1; }));
-  std::this_thread::sleep_for(kStillBlocked);
-  EXPECT_FALSE(reader.Finished());
-  EXPECT_EQ(orlix_rwlock_writerunlock(lock_), 1);
-  EXPECT_TRUE(reader.JoinWithin());
-  EXPECT_EQ(got.load(), 1);
+  ExpectWaitsUntilReleased([&] { return orlix_rwlock_readerlock(lock_); },
+                           [&] { orlix_rwlock_readerunlock(lock_); },
+                           [&] { return CountsOf(lock_).waiting_readers == 1; },
+                           [&] { EXPECT_EQ(orlix_rwlock_writerunlock(lock_), 1); });
   // Kept bookkeeping: the waiting-reader count goes down only when a
   // waiting reader is cancelled.
   EXPECT_EQ(CountsOf(lock_).waiting_readers, 1);
@@ -236,17 +243,10 @@ TEST_F(RWLock, ReaderWaitsForActiveWriter) {
 
 TEST_F(RWLock, WriterWaitsForActiveWriter) {
   ASSERT_EQ(orlix_rwlock_writerlock(lock_), 1);
-  std::atomic<int> got{-1};
-  Thread writer([&] {
-    got = orlix_rwlock_writerlock(lock_);
-    orlix_rwlock_writerunlock(lock_);
-  });
-  ASSERT_TRUE(Eventually([&] { return CountsOf(lock_).waiting_writers == 1; }));
-  std::this_thread::sleep_for(kStillBlocked);
-  EXPECT_FALSE(writer.Finished());
-  EXPECT_EQ(orlix_rwlock_writerunlock(lock_), 1);
-  EXPECT_TRUE(writer.JoinWithin());
-  EXPECT_EQ(got.load(), 1);
+  ExpectWaitsUntilReleased([&] { return orlix_rwlock_writerlock(lock_); },
+                           [&] { orlix_rwlock_writerunlock(lock_); },
+                           [&] { return CountsOf(lock_).waiting_writers == 1; },
+                           [&] { EXPECT_EQ(orlix_rwlock_writerunlock(lock_), 1); });
   EXPECT_EQ(CountsOf(lock_).waiting_writers, 0);
 }
 
