@@ -334,7 +334,7 @@ struct Validator {
                       static_cast<char>(kCont | kSurrogate | kTooLarge), kTooShort, kTooShort,
                       kTooShort, kTooShort),
         high_nibbles(input));
-    const __m128i special = _mm_and_si128(_mm_and_si128(byte_1_high, byte_1_low), byte_2_high);
+    const __m128i pair_errors = _mm_and_si128(_mm_and_si128(byte_1_high, byte_1_low), byte_2_high);
     // Third and fourth bytes: two bytes after a lead of three or more, or
     // three after a lead of four, a continuation is required (and the pair
     // check above reported it as kTwoConts).
@@ -344,7 +344,7 @@ struct Validator {
     const __m128i fourth = _mm_subs_epu8(prev3, _mm_set1_epi8(0xF0 - 0x80));
     const __m128i must =
         _mm_and_si128(_mm_or_si128(third, fourth), _mm_set1_epi8(static_cast<char>(0x80)));
-    error = _mm_or_si128(error, _mm_xor_si128(must, special));
+    error = _mm_or_si128(error, _mm_xor_si128(must, pair_errors));
     prev = input;
   }
 

@@ -22,7 +22,7 @@ int64_t decode_valid(const unsigned char *in, int64_t n, uint16_t *out, int64_t 
 // when a surrogate is not part of a high-low pair.
 int64_t encode_utf16(const uint16_t *units, int64_t length, unsigned char *out);
 
-// Switches the processor-specific forms on (when the processor has them) or
+// Switches the forms that need SSSE3 on (when the processor has them) or
 // off, returning whether they were in use. Meant for tests; not thread safe.
 bool use_vector_forms(bool on);
 
