@@ -272,6 +272,16 @@ TEST_F(RWLock, ReaderGetsInWhileWriterWaits) {
   EXPECT_EQ(wrote.load(), 1);
 }
 
+// A writer on another thread takes and releases the lock without waiting.
+void ExpectAnotherThreadCanWrite(ORLIX_RWLock *lock) {
+  int got = -1;
+  Thread([&] {
+    got = orlix_rwlock_writerlock(lock);
+    if (got == 1) orlix_rwlock_writerunlock(lock);
+  }).JoinWithin();
+  EXPECT_EQ(got, 1);
+}
+
 TEST_F(RWLock, CancelledWaitingReaderUndoesItsCount) {
   ASSERT_EQ(orlix_rwlock_writerlock(lock_), 1);
   Thread reader([&] {
@@ -288,12 +298,7 @@ TEST_F(RWLock, CancelledWaitingReaderUndoesItsCount) {
   EXPECT_EQ(c.writer_active, 1);
 
   EXPECT_EQ(orlix_rwlock_writerunlock(lock_), 1);
-  int got = -1;
-  Thread([&] {
-    got = orlix_rwlock_writerlock(lock_);
-    if (got == 1) orlix_rwlock_writerunlock(lock_);
-  }).JoinWithin();
-  EXPECT_EQ(got, 1);
+  ExpectAnotherThreadCanWrite(lock_);
   ASSERT_EQ(orlix_rwlock_readerlock(lock_), 1);
   EXPECT_EQ(orlix_rwlock_readerunlock(lock_), 1);
   EXPECT_EQ(CountsOf(lock_).active_readers, 0);
@@ -314,12 +319,7 @@ TEST_F(RWLock, CancelledWaitingWriterUndoesItsCount) {
   EXPECT_EQ(c.writer_active, 0);
 
   EXPECT_EQ(orlix_rwlock_readerunlock(lock_), 1);
-  int got = -1;
-  Thread([&] {
-    got = orlix_rwlock_writerlock(lock_);
-    if (got == 1) orlix_rwlock_writerunlock(lock_);
-  }).JoinWithin();
-  EXPECT_EQ(got, 1);
+  ExpectAnotherThreadCanWrite(lock_);
   EXPECT_EQ(CountsOf(lock_).writer_active, 0);
 }
 
