@@ -50,6 +50,13 @@ Value Reprinted(Value v) {
 
 int Sign(int v) { return (v > 0) - (v < 0); }
 
+// The library's order on two values, as the encoder's sort applies it.
+int CompareTrees(const ORLIX_JSON *a, const ORLIX_JSON *b) {
+  orlix::json::Comparer comparer;
+  if (!comparer.prepare(a)) std::abort();
+  return comparer.values(a, b);
+}
+
 int CompareValueSlots(const void *a, const void *b) {
   return Compare(*static_cast<const Value *const *>(a), *static_cast<const Value *const *>(b));
 }
@@ -218,14 +225,14 @@ struct Program {
       }
       case 12: {
         ORLIX_JSON *copy = orlix_json_dup(a.tree.get());
-        FUZZ_CHECK(copy != nullptr && orlix::json::compare(copy, a.tree.get()) == 0 &&
-                   orlix::json::compare(a.tree.get(), copy) == 0);
+        FUZZ_CHECK(copy != nullptr && CompareTrees(copy, a.tree.get()) == 0 &&
+                   CompareTrees(a.tree.get(), copy) == 0);
         const Value model = a.model;
         Set(j, copy, model);
         return;
       }
       case 13: {
-        const int got = Sign(orlix::json::compare(a.tree.get(), b.tree.get()));
+        const int got = Sign(CompareTrees(a.tree.get(), b.tree.get()));
         FUZZ_CHECK(got == Sign(Compare(&a.model, &b.model)));
         break;
       }

@@ -132,6 +132,11 @@ ORLIX_API ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length);
  * containers are laid out one entry per line but member values of objects
  * stay compact. ORLIX_JSON_ENCODE_SORT sorts the top-level container IN THE
  * CALLER'S TREE before encoding.
+ * Fails when the text would be longer than UINT32_MAX bytes (*length could
+ * not report it). Cost: linear in the output, which indented output of a
+ * deep tree makes quadratic in the depth (each level repeats the indent);
+ * the sort adds O(n log n) comparisons of the top-level entries, each
+ * linear in the smaller of the two values compared.
  */
 ORLIX_API int orlix_json_encode(ORLIX_JSON *json, uint32_t flags, char **bytes,
                                 uint32_t *length);

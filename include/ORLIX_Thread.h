@@ -47,8 +47,9 @@ ORLIX_API int orlix_lock_trylock(ORLIX_Lock *lock);
 
 /* ---- reader-writer locks ---------------------------------------------------- */
 
-/* A new reader-writer lock, or NULL. The lock and unlock operations below
- * do not accept NULL. Waiting operations are safe under thread
+/* A new reader-writer lock, or NULL. HAZARD: the four lock and unlock
+ * operations below do not test their handle; NULL crashes the process
+ * (unlike every other operation of this header). Waiting operations are safe under thread
  * cancellation: a cancelled waiter undoes its waiting count. */
 ORLIX_API ORLIX_RWLock *orlix_rwlock_new(void);
 ORLIX_API void orlix_rwlock_free(ORLIX_RWLock *lock);
@@ -69,6 +70,7 @@ ORLIX_API int orlix_condition_signal(ORLIX_Condition *condition);
 ORLIX_API int orlix_condition_broadcast(ORLIX_Condition *condition);
 
 /* ---- atomic counters (sequentially consistent) --------------------------------- */
+/* A NULL pointer is ignored: nothing is touched, get and dec_and_test give 0. */
 
 ORLIX_API void orlix_atomic_inc(volatile int32_t *value);
 ORLIX_API void orlix_atomic_dec(volatile int32_t *value);

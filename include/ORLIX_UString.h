@@ -138,10 +138,14 @@ ORLIX_API char *orlix_ustring_getdefaultcharset(void);
 /*
  * From bytes in the named charset. UTF-8 and ASCII are decoded here (the
  * name is matched ignoring case); other names go through iconv, then the
- * application's callback. The UTF-16BE/LE and UTF-32BE/LE names keep an
- * old fixed-width behaviour: they read a fixed number of units regardless of
- * count and only one byte of each; decode those encodings with
- * orlix_ustring_newlength, _newbmp, _newutf32be or _newutf32 instead.
+ * application's callback.
+ * HAZARD: the names UTF-16BE, UTF-16LE, UTF-32BE and UTF-32LE keep an old
+ * fixed-width behaviour. Whatever count is (from 1 on), they READ 8 BYTES
+ * FROM data - past the end of a shorter buffer - and make 4 UTF-16 units or
+ * 2 code points from one byte of each unit (the high byte of the unit, the
+ * rest 0). They do not decode UTF-16 or UTF-32: use orlix_ustring_newlength,
+ * orlix_ustring_newbmp, orlix_ustring_newutf32be or orlix_ustring_newutf32.
+ * Cost: linear in count.
  */
 ORLIX_API ORLIX_UString *orlix_ustring_newmbs(const char *charset, const char *data,
                                               int64_t count);

@@ -94,6 +94,11 @@ void iorlix_arraylist_sort(ORLIX_ArrayList *list, int (*compare)(const void *, c
   std::qsort(list->items, static_cast<size_t>(list->count), sizeof(void *), compare);
 }
 
+void iorlix_arraylist_sort_r(ORLIX_ArrayList *list,
+                             int (*compare)(const void *, const void *, void *), void *arg) {
+  qsort_r(list->items, static_cast<size_t>(list->count), sizeof(void *), compare, arg);
+}
+
 extern "C" {
 
 ORLIX_ArrayList *orlix_arraylist_new(ORLIX_ArrayListCopyFunc copy_fn,

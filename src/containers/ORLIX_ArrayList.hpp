@@ -6,6 +6,10 @@
 // Sorts the items in place with qsort; compare receives pointers to two
 // slots (pointers to item pointers). The list must not be NULL. Not stable.
 void iorlix_arraylist_sort(ORLIX_ArrayList *list, int (*compare)(const void *, const void *));
+// The same sort (qsort_r orders exactly as qsort does) with an argument
+// passed on to every comparison.
+void iorlix_arraylist_sort_r(ORLIX_ArrayList *list,
+                             int (*compare)(const void *, const void *, void *), void *arg);
 
 // Lists that live inside another block (the JSON containers keep theirs in
 // the node's own block). A placed list starts with its 16 slots inline and

@@ -104,24 +104,35 @@ int compare_strings(const ORLIX_JSON *a, const ORLIX_JSON *b) {
   return la > lb ? 1 : 0;
 }
 
-int compare_items(const ObjectItem *a, const ObjectItem *b) {
-  if (const int c = orlix::json::compare(a->name, b->name); c != 0) return c;
-  return orlix::json::compare(a->value, b->value);
-}
+// A missing member compares as a member with neither name nor value.
+const ORLIX_JSON *name_of(const ObjectItem *item) { return item ? item->name : nullptr; }
+const ORLIX_JSON *value_of(const ObjectItem *item) { return item ? item->value : nullptr; }
 
-int compare_lists(const ORLIX_JSON *a, const ORLIX_JSON *b, bool members) {
-  const int32_t na = member_count(a);
-  const int32_t nb = member_count(b);
-  if (na != nb) return na < nb ? -1 : 1;
-  for (int32_t i = 0; i < na; ++i) {
-    void *x = orlix_arraylist_getitemref(a->value.list, i);
-    void *y = orlix_arraylist_getitemref(b->value.list, i);
-    const int c = members ? compare_items(static_cast<ObjectItem *>(x), static_cast<ObjectItem *>(y))
-                          : orlix::json::compare(static_cast<ORLIX_JSON *>(x),
-                                                 static_cast<ORLIX_JSON *>(y));
-    if (c != 0) return c;
+// Everything the order looks at in the two nodes themselves: the type codes
+// (a missing node counts as -1), the scalar values, and the entry counts of
+// two containers, whose entries the caller compares next.
+int compare_nodes(const ORLIX_JSON *a, const ORLIX_JSON *b) {
+  const int64_t ta = a == nullptr ? -1 : static_cast<int32_t>(a->type);
+  const int64_t tb = b == nullptr ? -1 : static_cast<int32_t>(b->type);
+  if (ta != tb) return ta < tb ? -1 : 1;
+  if (a == nullptr) return 0;
+  switch (a->type) {
+    case ORLIX_JSON_STRING: return compare_strings(a, b);
+    case ORLIX_JSON_NUMBER:
+      // NaN compares equal to everything.
+      if (b->value.number > a->value.number) return -1;
+      return a->value.number > b->value.number ? 1 : 0;
+    case ORLIX_JSON_BOOLEAN:
+      if (a->value.boolean < b->value.boolean) return -1;
+      return a->value.boolean == b->value.boolean ? 0 : 1;
+    case ORLIX_JSON_OBJECT:
+    case ORLIX_JSON_ARRAY: {
+      const int32_t na = member_count(a);
+      const int32_t nb = member_count(b);
+      return na == nb ? 0 : (na < nb ? -1 : 1);
+    }
+    default: return 0;
   }
-  return 0;
 }
 
 }  // namespace
@@ -166,32 +177,76 @@ void free_item(void *p) {
   orlix_free(item);
 }
 
-int compare(const ORLIX_JSON *a, const ORLIX_JSON *b) {
-  const int64_t ta = a == nullptr ? -1 : static_cast<int32_t>(a->type);
-  const int64_t tb = b == nullptr ? -1 : static_cast<int32_t>(b->type);
-  if (ta != tb) return ta < tb ? -1 : 1;
-  if (a == nullptr) return 0;
-  switch (a->type) {
-    case ORLIX_JSON_STRING: return compare_strings(a, b);
-    case ORLIX_JSON_NUMBER:
-      // NaN compares equal to everything.
-      if (b->value.number > a->value.number) return -1;
-      return a->value.number > b->value.number ? 1 : 0;
-    case ORLIX_JSON_BOOLEAN:
-      if (a->value.boolean < b->value.boolean) return -1;
-      return a->value.boolean == b->value.boolean ? 0 : 1;
-    case ORLIX_JSON_OBJECT: return compare_lists(a, b, true);
-    case ORLIX_JSON_ARRAY: return compare_lists(a, b, false);
-    default: return 0;
+// Values are compared in document order, one pair of nodes at a time; the
+// stack holds the pairs of containers whose entries are being walked.
+int Comparer::values(const ORLIX_JSON *a, const ORLIX_JSON *b) {
+  stack_.clear();
+  for (;;) {
+    if (const int c = compare_nodes(a, b); c != 0) return c;
+    if (a != nullptr && is_container(a) && member_count(a) > 0 &&
+        !stack_.push_back(Frame{a, b, 0, member_count(a)}))
+      return 0;  // prepare() made room for every path, so this never happens
+    // The next pair: the next entries of the innermost unfinished pair.
+    for (;;) {
+      if (stack_.empty()) return 0;
+      Frame &f = stack_.back();
+      if (f.next == f.count) {
+        stack_.pop_back();
+        continue;
+      }
+      const int32_t i = f.next++;
+      if (f.a->type == ORLIX_JSON_OBJECT) {
+        const ObjectItem *x = item_at(f.a, i);
+        const ObjectItem *y = item_at(f.b, i);
+        if (const int c = compare_nodes(name_of(x), name_of(y)); c != 0) return c;
+        a = value_of(x);
+        b = value_of(y);
+      } else {
+        a = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.a->value.list, i));
+        b = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.b->value.list, i));
+      }
+      break;
+    }
   }
 }
 
-int compare_item_slots(const void *a, const void *b) {
-  return compare_items(*static_cast<ObjectItem *const *>(a), *static_cast<ObjectItem *const *>(b));
+int Comparer::members(const ObjectItem *a, const ObjectItem *b) {
+  if (const int c = compare_nodes(name_of(a), name_of(b)); c != 0) return c;
+  return values(value_of(a), value_of(b));
 }
 
-int compare_value_slots(const void *a, const void *b) {
-  return compare(*static_cast<ORLIX_JSON *const *>(a), *static_cast<ORLIX_JSON *const *>(b));
+bool Comparer::prepare(const ORLIX_JSON *tree) {
+  // A walk over every container of the tree grows the stack to its deepest
+  // path, which bounds the stack of any comparison inside it.
+  stack_.clear();
+  if (tree == nullptr || !is_container(tree)) return true;
+  if (!stack_.push_back(Frame{tree, tree, 0, member_count(tree)})) return false;
+  while (!stack_.empty()) {
+    Frame &f = stack_.back();
+    if (f.next == f.count) {
+      stack_.pop_back();
+      continue;
+    }
+    const int32_t i = f.next++;
+    const ORLIX_JSON *child =
+        f.a->type == ORLIX_JSON_OBJECT
+            ? value_of(item_at(f.a, i))
+            : static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.a->value.list, i));
+    if (child != nullptr && is_container(child) && member_count(child) > 0 &&
+        !stack_.push_back(Frame{child, child, 0, member_count(child)}))
+      return false;
+  }
+  return true;
+}
+
+int compare_item_slots(const void *a, const void *b, void *comparer) {
+  return static_cast<Comparer *>(comparer)->members(*static_cast<ObjectItem *const *>(a),
+                                                    *static_cast<ObjectItem *const *>(b));
+}
+
+int compare_value_slots(const void *a, const void *b, void *comparer) {
+  return static_cast<Comparer *>(comparer)->values(*static_cast<ORLIX_JSON *const *>(a),
+                                                   *static_cast<ORLIX_JSON *const *>(b));
 }
 
 }  // namespace orlix::json

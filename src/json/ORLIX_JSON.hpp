@@ -10,6 +10,7 @@
 
 #include "ORLIX_ArrayList.h"
 #include "ORLIX_JSON.h"
+#include "core/memory.hpp"
 
 struct ORLIX_JSON_st {
   uint32_t type;
@@ -42,13 +43,34 @@ ObjectItem *new_item(const char *name, int32_t length, ORLIX_JSON *value);
 // Releases a member: its value, then its block.
 void free_item(void *item);
 
-// Total order on values (negative, zero, positive); see the comparison notes
-// in ORLIX_JSON.cpp.
-int compare(const ORLIX_JSON *a, const ORLIX_JSON *b);
+// The total order on values used to sort a container (negative, zero,
+// positive): type codes first, then scalar values, then containers by entry
+// count and entry by entry in stored order (members by name, then value).
+// Depth costs no C stack: the walk keeps its own stack, which prepare()
+// sizes for a tree so that comparing values inside it never allocates.
+class Comparer {
+ public:
+  Comparer() : stack_(kModule) {}
+  // Makes room to compare any two values inside tree; false when memory
+  // runs out.
+  bool prepare(const ORLIX_JSON *tree);
+  int values(const ORLIX_JSON *a, const ORLIX_JSON *b);
+  int members(const ObjectItem *a, const ObjectItem *b);
 
-// Orders two list slots holding members or values (for qsort).
-int compare_item_slots(const void *a, const void *b);
-int compare_value_slots(const void *a, const void *b);
+ private:
+  struct Frame {
+    const ORLIX_JSON *a;
+    const ORLIX_JSON *b;
+    int32_t next;  // the entry to compare next
+    int32_t count;
+  };
+  SmallBuffer<Frame, 16> stack_;
+};
+
+// Orders two list slots holding members or values, for qsort_r with a
+// prepared Comparer as its argument.
+int compare_item_slots(const void *a, const void *b, void *comparer);
+int compare_value_slots(const void *a, const void *b, void *comparer);
 
 // The first index in [k, n) holding a quote, a backslash or a control byte
 // below 0x20 (n when there is none). Sets *high when a byte of 0x80 or above

@@ -17,7 +17,9 @@ namespace {
 constexpr uint32_t kPretty = ORLIX_JSON_ENCODE_PRETTY;
 
 // Collects output in a local block and passes it to the memory stream in
-// large writes; the first failed write makes every later one fail too.
+// large writes; the first failed write makes every later one fail too. The
+// text may not grow beyond what the caller's 32-bit length can report: the
+// write that would pass that limit fails, long before memory would run out.
 class Writer {
  public:
   explicit Writer(ORLIX_Stream *stream) : stream_(stream) {}
@@ -44,13 +46,17 @@ class Writer {
 
  private:
   bool write_through(const char *p, size_t n) {
+    if (!ok_ || n > kMaxText - written_) return ok_ = false;
     uint64_t taken = 0;
-    ok_ = ok_ && orlix_stream_write(stream_, p, static_cast<int64_t>(n), &taken, nullptr) == 1 &&
+    ok_ = orlix_stream_write(stream_, p, static_cast<int64_t>(n), &taken, nullptr) == 1 &&
           taken == n;
+    written_ += n;
     return ok_;
   }
+  static constexpr uint64_t kMaxText = UINT32_MAX;
   ORLIX_Stream *stream_;
   bool ok_ = true;
+  uint64_t written_ = 0;
   size_t used_ = 0;
   char buf_[8192];
 };
@@ -91,15 +97,21 @@ class Encoder {
   bool finish() { return out_.flush(); }
 
  private:
+  // One level is N spaces (ORLIX_JSON_ENCODE_SPACES) and a tab.
   bool indent(uint32_t flags, int32_t level) {
-    if ((flags & kPretty) == 0) return true;
+    if ((flags & kPretty) == 0 || level <= 0) return true;
     const uint32_t spaces =
         (flags & ORLIX_JSON_ENCODE_SPACES) != 0 ? flags & ORLIX_JSON_ENCODE_SPACES_MASK : 0;
-    for (int32_t l = 0; l < level; ++l) {
-      for (uint32_t k = 0; k < spaces; ++k)
-        if (!out_.put(' ')) return false;
-      if (!out_.put('\t')) return false;
+    if (spaces == 0) {
+      for (int32_t l = 0; l < level; ++l)
+        if (!out_.put('\t')) return false;
+      return true;
     }
+    char unit[ORLIX_JSON_ENCODE_SPACES_MASK + 1];
+    std::memset(unit, ' ', spaces);
+    unit[spaces] = '\t';
+    for (int32_t l = 0; l < level; ++l)
+      if (!out_.put(unit, spaces + 1)) return false;
     return true;
   }
   bool newline(uint32_t flags) {
@@ -227,14 +239,68 @@ bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
   return true;
 }
 
-// Sorts the top-level container in place; scalars are left alone.
+// Indented output can be far larger than the tree: every entry repeats the
+// indentation of its level. Before writing anything, this adds up the
+// indentation and line breaks alone (a lower bound of the text) and
+// answers true when they already pass what *length can report, or when
+// memory for the walk runs out, so that such a tree fails at once instead
+// of after gigabytes of output. Only arrays pass the indented layout on to
+// their entries (member values are compact), so only they are descended.
+bool indented_output_too_long(const ORLIX_JSON *root, uint32_t flags) {
+  if ((flags & kPretty) == 0 || root == nullptr) return false;
+  const uint64_t unit =
+      1 + ((flags & ORLIX_JSON_ENCODE_SPACES) != 0 ? flags & ORLIX_JSON_ENCODE_SPACES_MASK : 0);
+  const uint64_t line = ((flags & ORLIX_JSON_ENCODE_CR) != 0) + ((flags & ORLIX_JSON_ENCODE_LF) != 0);
+  constexpr uint64_t kLimit = UINT32_MAX;
+  uint64_t total = 0;
+  struct Open {
+    const ORLIX_JSON *node;
+    int32_t next;
+    int32_t count;
+    uint64_t level;
+  };
+  orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
+  const ORLIX_JSON *node = root;
+  uint64_t level = 0;
+  for (;;) {
+    // Each addition is below 2^40, so the sum cannot wrap before the test.
+    if (node != nullptr) {
+      total += unit * level;  // before the value or the opening bracket
+      if (node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY) {
+        const auto count = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
+        total += line + unit * level;  // after the opening, before the closing bracket
+        if (node->type == ORLIX_JSON_OBJECT) {
+          total += static_cast<uint64_t>(count) * (unit * (level + 1) + line);
+        } else if (count > 0) {
+          total += static_cast<uint64_t>(count) * line;
+          if (!open.push_back(Open{node, 0, count, level})) return true;
+        }
+      }
+      if (total > kLimit) return true;
+    }
+    // The next array entry still to visit.
+    node = nullptr;
+    while (!open.empty() && open.back().next == open.back().count) open.pop_back();
+    if (open.empty()) return false;
+    Open &f = open.back();
+    node = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.node->value.list, f.next++));
+    level = f.level + 1;
+  }
+}
+
+// Sorts the top-level container in place; scalars are left alone. false
+// for an unknown type code, or when memory for the comparison runs out
+// (the container is then left as it was).
 bool sort_top(ORLIX_JSON *json) {
+  orlix::json::Comparer comparer;
   switch (json->type) {
     case ORLIX_JSON_OBJECT:
-      iorlix_arraylist_sort(json->value.list, orlix::json::compare_item_slots);
+      if (!comparer.prepare(json)) return false;
+      iorlix_arraylist_sort_r(json->value.list, orlix::json::compare_item_slots, &comparer);
       return true;
     case ORLIX_JSON_ARRAY:
-      iorlix_arraylist_sort(json->value.list, orlix::json::compare_value_slots);
+      if (!comparer.prepare(json)) return false;
+      iorlix_arraylist_sort_r(json->value.list, orlix::json::compare_value_slots, &comparer);
       return true;
     case ORLIX_JSON_STRING:
     case ORLIX_JSON_NUMBER:
@@ -250,6 +316,7 @@ extern "C" int orlix_json_encode(ORLIX_JSON *json, uint32_t flags, char **bytes,
                                  uint32_t *length) {
   if (json == nullptr || bytes == nullptr || length == nullptr) return 0;
   if ((flags & ORLIX_JSON_ENCODE_SORT) != 0 && !sort_top(json)) return 0;
+  if (indented_output_too_long(json, flags)) return 0;
   ORLIX_Stream *stream = orlix_stream_new_mem(32, nullptr);
   if (stream == nullptr) return 0;
   unsigned char *buffer = nullptr;

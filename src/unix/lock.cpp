@@ -197,22 +197,28 @@ int orlix_condition_broadcast(ORLIX_Condition *condition) {
   return condition != nullptr && pthread_cond_broadcast(cond_of(condition)) == 0 ? 1 : 0;
 }
 
-void orlix_atomic_inc(volatile int32_t *value) { __atomic_add_fetch(value, 1, __ATOMIC_SEQ_CST); }
+// Like every other operation of this module, the atomics ignore a null
+// pointer (get and dec_and_test then give 0).
+void orlix_atomic_inc(volatile int32_t *value) {
+  if (value != nullptr) __atomic_add_fetch(value, 1, __ATOMIC_SEQ_CST);
+}
 
-void orlix_atomic_dec(volatile int32_t *value) { __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST); }
+void orlix_atomic_dec(volatile int32_t *value) {
+  if (value != nullptr) __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
+}
 
 void orlix_atomic_set(volatile int32_t *value, int32_t to) {
-  __atomic_exchange_n(value, to, __ATOMIC_SEQ_CST);
+  if (value != nullptr) __atomic_exchange_n(value, to, __ATOMIC_SEQ_CST);
 }
 
 // An aligned 32-bit load is atomic on this platform; the relaxed atomic load
 // compiles to the same instruction and tells the compiler so.
 int32_t orlix_atomic_get(volatile int32_t *value) {
-  return __atomic_load_n(value, __ATOMIC_RELAXED);
+  return value != nullptr ? __atomic_load_n(value, __ATOMIC_RELAXED) : 0;
 }
 
 int orlix_atomic_dec_and_test(volatile int32_t *value) {
-  return __atomic_fetch_sub(value, 1, __ATOMIC_SEQ_CST) == 1 ? 1 : 0;
+  return value != nullptr && __atomic_fetch_sub(value, 1, __ATOMIC_SEQ_CST) == 1 ? 1 : 0;
 }
 
 int orlix_tls_alloc(ORLIX_TlsKey *key, void (*destructor)(void *)) {

@@ -193,10 +193,11 @@ ORLIX_UString *orlix_ustring_newmbs(const char *charset, const char *data, int64
 
   // The fixed-width names read a fixed number of units, taken from the
   // length of the name (8 / 2 = 4 UTF-16 units, 8 / 4 = 2 UTF-32 code
-  // points), and only one byte of each unit. Existing callers see exactly
-  // this, so it stays; bytes past the input read as 0 rather than beyond it.
+  // points), and only one byte of each unit, from the first 8 bytes of data
+  // whatever count says. Existing callers depend on exactly this, so it
+  // stays; the header warns that these names read 8 bytes.
   const auto *bytes = reinterpret_cast<const unsigned char *>(data);
-  const auto byte_at = [&](int64_t i) -> uint32_t { return i < count ? bytes[i] : 0; };
+  const auto byte_at = [&](int64_t i) -> uint32_t { return bytes[i]; };
   const int64_t name_length = static_cast<int64_t>(std::strlen(name.get()));
   const bool utf16be = name.is("UTF-16BE");
   if (utf16be || name.is("UTF-16LE")) {

@@ -14,6 +14,7 @@
 // rest of the text at every decomposition or composition.
 #include "ustring/ORLIX_UString_Normalize.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ORLIX_Util.h"
@@ -26,6 +27,8 @@ namespace {
 constexpr const char kModule[] = "ORLIX_UString";
 // Largest unit count a buffer may hold: its byte size must fit in int64_t.
 constexpr int64_t kMaxUnits = INT64_MAX / 4;
+// Runs of combining marks up to this length are ordered by insertion.
+constexpr int64_t kInsertionSortMax = 32;
 
 using unicode::g_CanonicalComposition_Table;
 using unicode::g_CanonicalDecomposition_Table;
@@ -353,12 +356,28 @@ void CombiningClass_Buffer_sort(CombiningClassEntry *run, int64_t n) {
     }
     return;
   }
-  for (int64_t i = 1; i < n; ++i) {
-    const CombiningClassEntry e = run[i];
-    int64_t j = i;
-    for (; j > 0 && run[j - 1].combining_class > e.combining_class; --j) run[j] = run[j - 1];
-    run[j] = e;
+  // Short runs, the only ones real text has, by insertion.
+  if (n <= kInsertionSortMax) {
+    for (int64_t i = 1; i < n; ++i) {
+      const CombiningClassEntry e = run[i];
+      int64_t j = i;
+      for (; j > 0 && run[j - 1].combining_class > e.combining_class; --j) run[j] = run[j - 1];
+      run[j] = e;
+    }
+    return;
   }
+  // Long runs would make insertion quadratic. A stable order by class is the
+  // order by (class, position), whose keys are all distinct, so an unstable
+  // in-place sort of those keys gives the same result without extra memory:
+  // the key is packed into the code point field (21 bits of code point,
+  // the position above them, the class on top) and unpacked afterwards.
+  for (int64_t i = 0; i < n; ++i)
+    run[i].code_point |= static_cast<uint64_t>(run[i].combining_class) << 56 |
+                         static_cast<uint64_t>(i) << 21;
+  std::sort(run, run + n, [](const CombiningClassEntry &a, const CombiningClassEntry &b) {
+    return a.code_point < b.code_point;
+  });
+  for (int64_t i = 0; i < n; ++i) run[i].code_point &= 0x1FFFFF;
 }
 
 uint32_t compose_pair(uint32_t s, uint32_t s_bits, uint32_t c, uint32_t c_bits) {

@@ -137,7 +137,8 @@ struct CombiningClassEntry {
   uint32_t combining_class;
 };
 
-// Stable insertion sort of n entries by class, ascending.
+// Stable sort of n entries by class, ascending: insertion for short runs,
+// O(n log n) without extra memory for long ones (n below 2^35).
 void CombiningClass_Buffer_sort(CombiningClassEntry *run, int64_t n);
 
 // The composite of the starter s and the character c, or 0: a canonical

@@ -216,17 +216,26 @@ ORLIX_UString *space_words(const ORLIX_UString *s) {
 // so the unit that slid into place is not looked at (of two spaces in a
 // row only the first goes); callers have always seen it work this way.
 // Finally an insignificant unit in the last place goes too.
+//
+// One pass: the text is always d[0, w) (units kept or passed over) followed
+// by d[r, n) (units not yet reached), and the walk stands at w.
 template <class Insignificant>
 void drop_insignificant(ORLIX_UString *s, Insignificant insignificant) {
   uint16_t *d = s->data;
-  auto erase = [&](int64_t i) {
-    std::memmove(d + i, d + i + 1, static_cast<size_t>(s->length - i) * 2);  // with the 0
-    --s->length;
-    --s->charcount;
-  };
-  for (int64_t i = 0; i < s->length - 1; ++i)
-    if (insignificant(d[i]) && !iscombingmark(d + i + 1)) erase(i);
-  if (s->length > 0 && insignificant(d[s->length - 1])) erase(s->length - 1);
+  const int64_t n = s->length;
+  int64_t w = 0;
+  int64_t r = 0;
+  while (r < n - 1) {  // the walk's index is below the text's length - 1
+    if (insignificant(d[r]) && !iscombingmark(d + r + 1)) {
+      ++r;  // deleted; the next unit takes its place and is passed over
+    }
+    d[w++] = d[r++];
+  }
+  while (r < n) d[w++] = d[r++];
+  if (w > 0 && insignificant(d[w - 1])) --w;
+  d[w] = 0;
+  s->charcount -= n - w;
+  s->length = w;
 }
 
 }  // namespace

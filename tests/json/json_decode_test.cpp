@@ -195,15 +195,23 @@ TEST(json_decode, NestingLimitIsReadFromTheEnvironmentAtLoad) {
   }
 }
 
-// With the limit raised, the decoder (which keeps its open containers on the
-// heap) accepts a million nested arrays, but releasing or encoding the tree
-// recurses once per level and exhausts the C stack: the child crashes.
+// With the limit raised, a million nested arrays decode, encode, sort and
+// free without exhausting the C stack (a child process, as a crash would
+// end the test program). Sorting compares two chains a million deep.
 TEST(json_decode, DeepTreesDoNotExhaustTheStack) {
-  const std::string deep = Nest("[", 1000000, "", "]");
-  const ProbeRun out = RunProbe({{"ORLIX_RECURSIVE_LEVEL", "2000000"}}, {}, deep + "\n");
-  EXPECT_TRUE(out.exited_ok);
-  ASSERT_EQ(out.lines.size(), 3u);
-  EXPECT_EQ(out.lines[2], deep);
+  const std::string one = Nest("[", 1000000, "1", "]");
+  const std::string two = Nest("[", 1000000, "2", "]");
+  const struct {
+    std::vector<std::string> args;
+    std::string input;
+    std::string output;
+  } runs[] = {{{}, one, one}, {{"sort"}, "[" + two + "," + one + "]", "[" + one + "," + two + "]"}};
+  for (const auto &run : runs) {
+    const ProbeRun out = RunProbe({{"ORLIX_RECURSIVE_LEVEL", "2000010"}}, run.args, run.input + "\n");
+    EXPECT_TRUE(out.exited_ok);
+    ASSERT_EQ(out.lines.size(), 3u);
+    EXPECT_TRUE(out.lines[2] == run.output) << "output differs";
+  }
 }
 
 // A child adopts de_DE.UTF-8 (decimal comma) with setlocale(LC_ALL, "")

@@ -197,6 +197,29 @@ TEST(json_encode, RandomTreesMatchTheReferenceLayout) {
   }
 }
 
+// Text whose length *length cannot hold fails (0, nothing handed out). 199
+// arrays around 85,000 numbers (170 kB of input) would give 4.34 GB indented
+// with 255 spaces a level; the indentation alone decides, before any output.
+TEST(json_encode, OutputLongerThanALengthCanHoldFails) {
+  std::string text(199, '[');
+  for (int i = 0; i < 85000; ++i) text += i ? ",7" : "7";
+  text += std::string(199, ']');
+  Tree t = Parse(text);
+  const uint32_t wide = kPretty | kSpaces | kLf | 255;
+  const struct {
+    uint32_t flags;
+    bool fits;
+  } cases[] = {{wide, false}, {wide | kCr, false}, {kPretty | kLf, true}, {0, true}};
+  for (const auto &c : cases) {
+    char *out = reinterpret_cast<char *>(1);
+    uint32_t length = 7;
+    const int ok = orlix_json_encode(t.get(), c.flags, &out, &length);
+    EXPECT_EQ(ok, c.fits ? 1 : 0) << std::hex << c.flags;
+    if (ok) orlix_free(out);
+    else EXPECT_TRUE(out == reinterpret_cast<char *>(1) && length == 7) << "nothing handed out";
+  }
+}
+
 TEST(json_encode, SortOrdersTheTopLevelInTheCallersTree) {
   Tree o = Parse("{\"b\":[3,1],\"a\":{\"d\":1,\"c\":2}}");
   EXPECT_EQ(EncodeTree(o.get(), kSort), "{\"a\":{\"d\":1,\"c\":2},\"b\":[3,1]}");

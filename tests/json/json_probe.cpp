@@ -3,7 +3,7 @@
 // first: the decimal point of the C library's locale ("locale" as the first
 // argument makes the probe adopt the environment's locale before anything
 // else; "-" when that fails) and the nesting limit the library read when it
-// was loaded.
+// was loaded. An argument "sort" encodes with ORLIX_JSON_ENCODE_SORT.
 #include <clocale>
 #include <cstdio>
 #include <iostream>
@@ -13,6 +13,9 @@
 #include "ORLIX_Util.h"
 
 int main(int argc, char **argv) {
+  uint32_t flags = 0;
+  for (int i = 1; i < argc; ++i)
+    if (std::string(argv[i]) == "sort") flags |= ORLIX_JSON_ENCODE_SORT;
   if (argc > 1 && std::string(argv[1]) == "locale" && std::setlocale(LC_ALL, "") == nullptr) {
     std::puts("-");
   } else {
@@ -23,7 +26,7 @@ int main(int argc, char **argv) {
     ORLIX_JSON *tree = orlix_json_decode(line.data(), static_cast<uint32_t>(line.size()));
     char *text = nullptr;
     uint32_t length = 0;
-    if (tree != nullptr && orlix_json_encode(tree, 0, &text, &length) == 1) {
+    if (tree != nullptr && orlix_json_encode(tree, flags, &text, &length) == 1) {
       std::fwrite(text, 1, length, stdout);
       std::putchar('\n');
     } else {

@@ -501,6 +501,12 @@ TEST(Atomic, IncDecSetGet) {
   orlix_atomic_set(&v, INT32_MAX);
   orlix_atomic_inc(&v);
   EXPECT_EQ(orlix_atomic_get(&v), INT32_MIN) << "wraps like a two's complement add";
+  // A null pointer is ignored (a crash here fails the suite).
+  orlix_atomic_inc(nullptr);
+  orlix_atomic_dec(nullptr);
+  orlix_atomic_set(nullptr, 1);
+  EXPECT_EQ(orlix_atomic_get(nullptr), 0);
+  EXPECT_EQ(orlix_atomic_dec_and_test(nullptr), 0);
 }
 
 TEST(Atomic, DecAndTest) {

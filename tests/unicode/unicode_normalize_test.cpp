@@ -1,7 +1,10 @@
 // Normalization: the documented cases, the buffer operations, canonical
 // ordering, the Hangul rules, and Python's unicodedata as the oracle over
 // every assigned code point and over random strings.
+#include <algorithm>
+#include <iterator>
 #include <random>
+#include <sstream>
 
 #include "oracle_scripts.hpp"
 #include "unicode_test_util.hpp"
@@ -161,17 +164,64 @@ TEST(unicodeNormalize, BufferOperations) {
   EXPECT_EQ(s->data[4], 0);
 }
 
-TEST(unicodeNormalize, CanonicalOrderingIsAStableInsertionSort) {
+TEST(unicodeNormalize, CanonicalOrderingIsAStableSort) {
   std::mt19937 rng(7);
-  for (int round = 0; round < 200; ++round) {
-    std::vector<orlix::CombiningClassEntry> run(rng() % 40);
-    for (size_t i = 0; i < run.size(); ++i) run[i] = {i, uint32_t(rng() % 4) * 10 + 1};
+  for (int round = 0; round < 220; ++round) {
+    // Short runs, and long ones past the insertion-sort threshold.
+    const size_t n = round < 200 ? rng() % 40 : 1000 + rng() % 100000;
+    std::vector<orlix::CombiningClassEntry> run(n);
+    for (size_t i = 0; i < run.size(); ++i)
+      run[i] = {0x300 + i % 0x10000, uint32_t(rng() % (round % 2 ? 4 : 255)) + 1};
     auto expected = run;
     std::stable_sort(expected.begin(), expected.end(), [](const auto &a, const auto &b) {
       return a.combining_class < b.combining_class;
     });
     orlix::CombiningClass_Buffer_sort(run.data(), int64_t(run.size()));
-    for (size_t i = 0; i < run.size(); ++i) EXPECT_EQ(run[i].code_point, expected[i].code_point);
+    for (size_t i = 0; i < run.size(); ++i) {
+      ASSERT_EQ(run[i].code_point, expected[i].code_point) << n << " at " << i;
+      ASSERT_EQ(run[i].combining_class, expected[i].combining_class);
+    }
+  }
+}
+
+// Long runs of marks in the worst orders for canonical ordering (classes
+// descending, interleaved, equal), against Python's unicodedata.
+TEST(unicodeNormalize, LongMarkRunsMatchPython) {
+  if (!HavePython()) GTEST_SKIP() << "python3 is not available";
+  const struct {
+    CodePoints head;
+    CodePoints unit;
+  } cases[] = {
+      {{'a'}, {0x301, 0x316, 0x327, 0x5B0, 0x334}},  // classes 230 220 202 10 1
+      {{}, {0xF73, 0xF75}},                          // decompose to 129 130, 129 132
+      {{'e'}, {0x301, 0x316, 0x300}},                // equal classes keep their order
+      {{0x1100, 0x1161}, {0x11A8, 0x334}},           // Hangul, then a mark run
+  };
+  std::string input;
+  for (const auto &c : cases) {
+    CodePoints cps = c.head;
+    for (int i = 0; i < 2000; ++i) cps.insert(cps.end(), c.unit.begin(), c.unit.end());
+    input += Hex(cps) + "\n";
+  }
+  const auto lines = orlix_oracle::RunPython(R"PY(
+import sys, unicodedata as ud
+for line in open(sys.argv[1]):
+    s = ''.join(chr(int(w, 16)) for w in line.split())
+    print('|'.join(' '.join('%x' % ord(c) for c in ud.normalize(f, s))
+                   for f in ('NFD', 'NFC', 'NFKD', 'NFKC')))
+)PY",
+                               input);
+  ASSERT_EQ(lines.size(), std::size(cases));
+  std::istringstream in(input);
+  for (const auto &line : lines) {
+    std::string text;
+    std::getline(in, text);
+    UStr s = Make(ParseHex(text));
+    const auto want = Split(line, '|');
+    ASSERT_EQ(want.size(), 4u);
+    for (int32_t form = 1; form <= 4; ++form)
+      EXPECT_TRUE(Hex(Normalize(s.get(), form).get()) == want[form - 1])
+          << text.substr(0, 40) << "... form " << form;
   }
 }
 

@@ -84,6 +84,22 @@ TEST(unicodePrep, LdapDocumentedCases) {
   EXPECT_EQ(Ldap(4, Text("1--2")), "31 2d 32");
   EXPECT_EQ(Ldap(4, {'A', 0x2212, 'b', 0xFF0D, 'C', ' '}), "41 62 43");
   EXPECT_EQ(Ldap(5, {'A', 0x2010, 'b'}), "61 62");
+  // Long texts full of insignificant characters (each removal used to move
+  // the rest of the text): the same walk, at every length.
+  const auto repeat = [](const CodePoints &unit, int n) {
+    CodePoints out;
+    for (int i = 0; i < n; ++i) out.insert(out.end(), unit.begin(), unit.end());
+    return out;
+  };
+  const auto but_last = [](CodePoints cps) {
+    cps.pop_back();
+    return cps;
+  };
+  const int n = 100000;
+  EXPECT_EQ(Ldap(3, repeat(Text("1 "), n)), Hex(repeat(Text("1"), n)));
+  EXPECT_EQ(Ldap(3, repeat(Text("1  "), n)), Hex(but_last(repeat(Text("1 "), n))));
+  EXPECT_EQ(Ldap(4, repeat(Text("9 -"), n)), Hex(but_last(repeat(Text("9-"), n))));
+  EXPECT_EQ(Ldap(5, repeat({'A', 0xFF0D}, n)), Hex(repeat(Text("a"), n)));
   for (int64_t type : {0, 1, 3, 4, 5}) {
     EXPECT_EQ(Ldap(type, {'a', 0xFFFD}), "-");
     EXPECT_EQ(Ldap(type, {'a', 0xE000}), "-");

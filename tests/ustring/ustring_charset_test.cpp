@@ -243,13 +243,23 @@ TEST(UStringMbs, FixedWidthDecodingNamesReadAFixedNumberOfUnits) {
             nullptr);
 }
 
-// With fewer bytes than the fixed unit count, bytes past the count read as
-// zero: the units never come from beyond the caller's input.
-TEST(UStringMbs, FixedWidthNamesStopAtTheCount) {
-  const char data[] = "AxBxCxDx";
-  UStr s(orlix_ustring_newmbs("UTF-16BE", data, 2));
-  ASSERT_NE(s, nullptr);
-  EXPECT_EQ(UnitsOf(s.get()), (Units{0x4100, 0, 0, 0}));
+// The fixed-width names read their 8 bytes whatever the count: a count of
+// 2 over an 8-byte buffer still gives four units (and two code points).
+TEST(UStringMbs, FixedWidthNamesReadEightBytesWhateverTheCount) {
+  const char data[8] = {'A', 'x', 'B', 'x', 'C', 'x', 'D', 'x'};
+  UStr be(orlix_ustring_newmbs("UTF-16BE", data, 2));
+  ASSERT_NE(be, nullptr);
+  EXPECT_EQ(UnitsOf(be.get()), (Units{0x4100, 0x4200, 0x4300, 0x4400}));
+  UStr le(orlix_ustring_newmbs("UTF-16LE", data, 1));
+  ASSERT_NE(le, nullptr);
+  EXPECT_EQ(UnitsOf(le.get()), (Units{0x7800, 0x7800, 0x7800, 0x7800}));
+  // Byte 7, past a count of 3, makes the second UTF-32LE code point
+  // 0x01000000, which the constructor refuses.
+  const char zeros[8] = {0, 'a', 'b', 0, 0, 'd', 'e', 1};
+  UStr z(orlix_ustring_newmbs("UTF-32BE", zeros, 1));
+  ASSERT_NE(z, nullptr);
+  EXPECT_EQ(CodePointsOf(z.get()), (CodePoints{0, 0}));
+  EXPECT_EQ(orlix_ustring_newmbs("UTF-32LE", zeros, 3), nullptr);
 }
 
 TEST(UStringMbs, EncodedHereByName) {
