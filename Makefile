@@ -58,6 +58,7 @@ bench: deps
 	  -DORLIX_BUILD_BENCH=ON -DORLIX_BUILD_TESTS=OFF
 	cmake --build $(BUILD_BENCH) -j $(JOBS)
 	scripts/run-bench.sh $(BUILD_BENCH)/bin
+	$(BUILD_BENCH)/bin/scaling
 
 # Everything CI runs on a fresh clone: a warning-free build, the tests, the
 # tests again under the sanitizers, then a short run of every fuzz target.

@@ -52,7 +52,9 @@ ORLIX_API void *orlix_arraylist_getitemref(const ORLIX_ArrayList *list, int32_t 
 ORLIX_API int orlix_arraylist_pushback(ORLIX_ArrayList *list, void *item);
 
 /* Inserts item (or its copy) before index; a negative index inserts at the
- * front and one past the end appends. Failures as for pushback. */
+ * front and one past the end appends. Failures as for pushback. Cost: the
+ * items after index move, so filling a list from the front is quadratic;
+ * append with pushback where the order allows. */
 ORLIX_API int orlix_arraylist_insert(ORLIX_ArrayList *list, int32_t index, void *item);
 
 /* Removes the item at index, calling the free function on it. Returns 0 for

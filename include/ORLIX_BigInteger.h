@@ -56,7 +56,9 @@ ORLIX_API ORLIX_BigInteger *orlix_biginteger_newunsigneddata(const void *data, i
 
 /* Parses NUL-terminated decimal text as GMP does: leading white space, an
  * optional '-', digits (white space between them is skipped). NULL for NULL
- * text or text without digits or with any other character. */
+ * text or text without digits or with any other character. Cost: GMP's
+ * subquadratic radix conversion (about n^1.5 for long texts), as for
+ * orlix_biginteger_unsigned_todec. */
 ORLIX_API ORLIX_BigInteger *orlix_biginteger_newdec(const char *text);
 
 /* A copy of a; NULL for NULL. */

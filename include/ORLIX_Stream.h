@@ -157,7 +157,9 @@ ORLIX_API int orlix_stream_writefromstream(ORLIX_Stream *dest, ORLIX_Stream *sou
 ORLIX_API ORLIX_Stream *orlix_stream_new_mem(int64_t initial_capacity, ORLIX_ErrCtx *ctx);
 
 /* A growable queue: separate read and write positions. Arguments as for
- * orlix_stream_new_mem. */
+ * orlix_stream_new_mem. Cost: a write that finds no room at the end first
+ * moves the unread bytes to the front, so a queue kept nearly full and fed
+ * in small pieces moves its whole content on every write. */
 ORLIX_API ORLIX_Stream *orlix_stream_new_rwspecmem(int64_t initial_capacity, ORLIX_ErrCtx *ctx);
 
 /* A read-only stream over length bytes: a private copy when copy is
