@@ -10,7 +10,7 @@ CMAKE_ARGS ?=
 FUZZ_SECONDS ?= 20
 GENERATOR  := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 
-.PHONY: all deps build demo check check-sanitize check-tsan fuzz fuzz-smoke bench ci install install-check format clean
+.PHONY: all deps build demo check check-sanitize check-tsan fuzz fuzz-smoke fuzz-long bench ci install install-check format clean
 
 all: build
 
@@ -51,6 +51,12 @@ fuzz: deps
 
 fuzz-smoke: fuzz
 	scripts/fuzz-smoke.sh $(BUILD_FUZZ)/bin $(FUZZ_SECONDS)
+
+# A long campaign (FUZZ_LONG_SECONDS per target, long inputs, slow inputs
+# reported) whose finds are minimised back into fuzz/corpus/.
+FUZZ_LONG_SECONDS ?= 1800
+fuzz-long: fuzz
+	scripts/fuzz-long.sh $(BUILD_FUZZ)/bin $(FUZZ_LONG_SECONDS)
 
 bench: deps
 	@scripts/install-deps.sh bench

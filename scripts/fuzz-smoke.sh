@@ -33,7 +33,7 @@ for target in "${targets[@]}"; do
     seeds=$(find "$corpus" -type f | wc -l)
   fi
   log="$work/$name/log"
-  "$target" -max_total_time="$seconds" -print_final_stats=1 \
+  "$target" -max_total_time="$seconds" -timeout=30 -print_final_stats=1 \
     -artifact_prefix="$work/$name/artifacts/" "$corpus" >"$log" 2>&1
   status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)

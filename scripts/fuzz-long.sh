@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# A long fuzzing campaign: every target (or the ones named) runs for SECONDS
+# of CPU time on long inputs, with slow inputs reported and any input slower
+# than TIMEOUT seconds counted as a finding. What the campaign discovered is
+# then minimised back into fuzz/corpus/<target>/ (libFuzzer's -merge keeps
+# only inputs that add coverage), so the seeds CI starts from grow with it.
+# Prints one line per target: executions, slowest input, corpus growth,
+# findings.
+#
+#   fuzz-long.sh <bin-dir> [seconds per target] [target...]
+#
+# Environment: FUZZ_JOBS (targets run at once, default 1), FUZZ_MAX_LEN
+# (default 65536), FUZZ_TIMEOUT (default 10). Findings are kept in
+# <bin-dir>/../fuzz-artifacts/.
+set -uo pipefail
+
+bin_dir=${1:?usage: $0 <bin-dir> [seconds] [target...]}
+seconds=${2:-1800}
+shift $(($# >= 2 ? 2 : 1))
+root=$(cd "$(dirname "$0")/.." && pwd)
+artifacts=$(cd "$bin_dir/.." && pwd)/fuzz-artifacts
+jobs=${FUZZ_JOBS:-1}
+max_len=${FUZZ_MAX_LEN:-65536}
+timeout=${FUZZ_TIMEOUT:-10}
+
+targets=("$@")
+if [ ${#targets[@]} -eq 0 ]; then
+  for t in "$bin_dir"/fuzz_*; do [ -x "$t" ] && targets+=("$(basename "$t")"); done
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$artifacts"
+
+campaign() {
+  local name=$1 dir="$work/$1"
+  mkdir -p "$dir/corpus" "$dir/artifacts" "$root/fuzz/corpus/$name"
+  cp "$root/fuzz/corpus/$name"/* "$dir/corpus"/ 2>/dev/null
+  local before
+  before=$(find "$root/fuzz/corpus/$name" -type f | wc -l)
+  "$bin_dir/$name" -max_total_time="$seconds" -max_len="$max_len" -timeout="$timeout" \
+    -report_slow_units=1 -print_final_stats=1 -artifact_prefix="$dir/artifacts/" \
+    "$dir/corpus" >"$dir/log" 2>&1
+  local status=$?
+  # Minimise what was found into the committed seeds.
+  mkdir -p "$dir/merged"
+  "$bin_dir/$name" -merge=1 -max_len="$max_len" -timeout="$timeout" "$dir/merged" \
+    "$root/fuzz/corpus/$name" "$dir/corpus" >"$dir/merge.log" 2>&1 &&
+    rm -f "$root/fuzz/corpus/$name"/* && cp "$dir/merged"/* "$root/fuzz/corpus/$name"/
+  local runs slowest findings after
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | tail -n 1)
+  slowest=$(sed -n 's/^stat::slowest_unit_time_sec: *//p' "$dir/log" | tail -n 1)
+  findings=$(find "$dir/artifacts" -type f | wc -l)
+  after=$(find "$root/fuzz/corpus/$name" -type f | wc -l)
+  cp "$dir/artifacts"/* "$artifacts"/ 2>/dev/null
+  printf '%-22s exit %-3d %12s runs  slowest %5ss  seeds %d -> %d  findings %d\n' \
+    "$name" "$status" "${runs:-?}" "${slowest:-?}" "$before" "$after" "$findings"
+  grep -E 'ERROR|property violated|SUMMARY|Slow unit' "$dir/log" | head -n 5 | sed 's/^/    /'
+}
+
+running=0
+for name in "${targets[@]}"; do
+  campaign "$name" &
+  running=$((running + 1))
+  if [ "$running" -ge "$jobs" ]; then
+    wait -n
+    running=$((running - 1))
+  fi
+done
+wait
