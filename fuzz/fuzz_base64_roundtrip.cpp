@@ -13,6 +13,7 @@
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
 #include "fuzz_util.hpp"
+#include "stream/ORLIX_Stream_Base64_Vector.hpp"
 
 namespace {
 
@@ -125,6 +126,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FUZZ_CHECK(orlix_base64encode(encode_flags, bytes, length, &text, &text_length) == 1);
   FUZZ_CHECK(text[text_length] == '\0');
   const std::vector<uint8_t> one_shot_text(text, text + text_length);
+  {
+    // The portable encoder writes the same text as the vector forms.
+    const bool was = orlix::base64::use_vector_forms(false);
+    char *portable = nullptr;
+    int64_t portable_length = 0;
+    FUZZ_CHECK(orlix_base64encode(encode_flags, bytes, length, &portable, &portable_length) == 1);
+    orlix::base64::use_vector_forms(was);
+    FUZZ_CHECK(std::vector<uint8_t>(portable, portable + portable_length) == one_shot_text,
+               "vector and portable encodings differ");
+    orlix_free(portable);
+  }
   unsigned char *back = nullptr;
   int64_t back_length = 0;
   FUZZ_CHECK(orlix_base64decode(decode_flags, text, text_length, &back, &back_length) == 1,

@@ -7,6 +7,7 @@
 #include "ORLIX_Stream.h"
 #include "core/error.hpp"
 #include "core/memory.hpp"
+#include "stream/ORLIX_Stream_Base64_Vector.hpp"
 
 namespace {
 
@@ -89,8 +90,14 @@ constexpr PairTable make_pair_table(const char *alphabet) {
 constexpr PairTable kStdPairs = make_pair_table(g_b64encodetable);
 constexpr PairTable kUrlPairs = make_pair_table(g_b64urlencodetable);
 
-char *encode_run(const PairTable &pairs, const unsigned char *in, int64_t groups, char *o) {
-  for (int64_t g = 0; g < groups; ++g, in += 3, o += 4) {
+// Encodes `groups` groups, of which `readable` bytes may be read: the
+// vector form takes what it can, the pair tables the rest.
+char *encode_run(const PairTable &pairs, bool url, const unsigned char *in, int64_t groups,
+                 int64_t readable, char *o) {
+  const int64_t done = orlix::base64::encode_groups(in, groups, readable, o, url);
+  in += 3 * done;
+  o += 4 * done;
+  for (int64_t g = done; g < groups; ++g, in += 3, o += 4) {
     const uint32_t v = uint32_t{in[0]} << 16 | uint32_t{in[1]} << 8 | in[2];
     std::memcpy(o, pairs[v >> 12].data(), 2);
     std::memcpy(o + 2, pairs[v & 0xFFF].data(), 2);
@@ -98,19 +105,22 @@ char *encode_run(const PairTable &pairs, const unsigned char *in, int64_t groups
   return o;
 }
 
-// Encodes whole groups of `in` into `out`, breaking lines; returns the text
-// length. Each group moves the column by 4, and a line ends as soon as the
-// column reaches the line length.
+// Encodes whole groups of `in` (a block of kBlock bytes: the vector form may
+// read past the groups within it) into `out`, breaking lines; returns the
+// text length. Each group moves the column by 4, and a line ends as soon as
+// the column reaches the line length.
 int64_t encode_groups(Base64Stream *b, const unsigned char *in, int64_t groups, char *out) {
   const PairTable &pairs = b->url ? kUrlPairs : kStdPairs;
-  if (b->eol_mode == ORLIX_BASE64_EOL_NONE) return encode_run(pairs, in, groups, out) - out;
+  const unsigned char *const block_end = in + kBlock;
+  if (b->eol_mode == ORLIX_BASE64_EOL_NONE)
+    return encode_run(pairs, b->url, in, groups, block_end - in, out) - out;
   const char *eol = eol_text(b->eol_mode);
   const size_t eol_length = std::strlen(eol);
   char *o = out;
   while (groups > 0) {
     const int64_t to_eol = (b->line_length - b->column + 3) / 4;  // groups until the line ends
     const int64_t run = groups < to_eol ? groups : to_eol;
-    o = encode_run(pairs, in, run, o);
+    o = encode_run(pairs, b->url, in, run, block_end - in, o);
     in += 3 * run;
     groups -= run;
     b->column += 4 * run;
@@ -199,7 +209,8 @@ int flush(ORLIX_Stream *stream, Base64Stream *b, void *argument, ORLIX_ErrCtx *c
 // *leftover the number of characters at the end that belong to an unfinished
 // group (whitespace before such a group is consumed). In unpadded mode, once
 // the input is known to be complete (padding_seen), the unfinished group is
-// decoded too. False on any malformed input.
+// decoded too. False on any malformed input. out needs room for 3/4 of count
+// plus 32 bytes (the vector form writes whole blocks).
 bool decodebase64(bool padded, bool url, int32_t ws_mode, const unsigned char *text,
                   int64_t count, unsigned char *out, int64_t *out_count, int64_t *leftover,
                   int32_t *padding_seen) {
@@ -212,7 +223,21 @@ bool decodebase64(bool padded, bool url, int32_t ws_mode, const unsigned char *t
   // Once a padded group has ended the input, nothing but whitespace may
   // follow it.
   const auto padding_closed = [&] { return padded && *padding_seen != 0; };
+  int64_t next_vector = 0;  // where a run of digits is looked for next
   for (int64_t i = 0; i < count; ++i) {
+    // At a group boundary, whole blocks of digits go the vector way. After a
+    // block that holds something else, scalar decoding goes on for at least
+    // 16 characters before the next look.
+    if (digits == 0 && pads == 0 && i >= next_vector && count - i >= 16 && !padding_closed()) {
+      int64_t written = 0;
+      const int64_t end = i + orlix::base64::decode_run(text + i, count - i, out + n, url, ws_mode,
+                                                        &written);
+      n += written;
+      if (end > i) consumed = end;
+      next_vector = end + 16;
+      i = end;
+      if (i == count) break;
+    }
     const unsigned char c = text[i];
     if (c >= 0x80) return false;
     const uint32_t v = table[c];

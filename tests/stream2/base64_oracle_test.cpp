@@ -5,6 +5,7 @@
 // flag combination - back into the input.
 #include <cstdio>
 
+#include "stream/ORLIX_Stream_Base64_Vector.hpp"
 #include "stream2_util.hpp"
 
 using namespace s2;
@@ -133,11 +134,23 @@ std::vector<uint32_t> AllEncodeFlags() {
   return all;
 }
 
+// Each test runs with the vector forms (where the processor has them) and
+// with the portable ones.
+struct Forms {
+  bool vector;
+  bool was;
+  explicit Forms(bool on) : vector(on), was(orlix::base64::use_vector_forms(on)) {}
+  ~Forms() { orlix::base64::use_vector_forms(was); }
+};
+
 TEST_F(Base64Oracle, OneShotEncoderEveryFlagCombination) {
-  for (uint32_t flags : AllEncodeFlags())
-    for (const Sample &s : *samples_)
-      ASSERT_EQ(EncodeOneShot(flags, s.data), Shape(s, flags, 64))
-          << "flags " << flags << " size " << s.data.size();
+  for (bool vector : {true, false}) {
+    Forms forms(vector);
+    for (uint32_t flags : AllEncodeFlags())
+      for (const Sample &s : *samples_)
+        ASSERT_EQ(EncodeOneShot(flags, s.data), Shape(s, flags, 64))
+            << "flags " << flags << " size " << s.data.size() << " vector " << vector;
+  }
 }
 
 TEST_F(Base64Oracle, StreamEncoderLineLengthsAndPieces) {
@@ -173,12 +186,15 @@ std::string Reshape(const Sample &s, uint32_t flags, std::mt19937 &rng) {
 
 TEST_F(Base64Oracle, DecodersEveryFlagCombination) {
   std::mt19937 rng(13);
+  for (bool vector : {true, false})
   for (uint32_t ws = 1; ws <= 3; ++ws)
     for (uint32_t bits :
          {0u, ORLIX_BASE64_NO_PAD, ORLIX_BASE64_URL, ORLIX_BASE64_NO_PAD | ORLIX_BASE64_URL}) {
       const uint32_t flags = ws | bits;
+      Forms forms(vector);
       for (const Sample &s : *samples_) {
-        SCOPED_TRACE(testing::Message() << "flags " << flags << " size " << s.data.size());
+        SCOPED_TRACE(testing::Message() << "flags " << flags << " size " << s.data.size()
+                                        << " vector " << vector);
         const std::string text = Reshape(s, flags, rng);
         const Decoded one = DecodeOneShot(flags, text);
         ASSERT_TRUE(one.ok);
