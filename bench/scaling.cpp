@@ -2,8 +2,9 @@
 // fed the worst input found for it, at size n and at 8n, and the program
 // prints the growth exponent log8(t(8n) / t(n)): about 1.0 for linear work,
 // 1.1 for n log n, 2.0 for quadratic. Rows with a note may grow faster: the
-// note says why (see Row::note). Not a test: timings
-// on a shared machine are noisy, so each side is the fastest of several runs.
+// note says why (see Row::note). Not a test: timings on a shared machine
+// are noisy, so each side is the fastest of several runs, the two sides
+// taking turns. Working sets that outgrow the caches at 8n add a little.
 //
 //   scaling [filter]     (rows whose name contains filter)
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orlix_util.h"
@@ -43,18 +45,22 @@ void check(bool ok, const char *what) {
   }
 }
 
-// Fastest of several runs, in seconds: at least 3 runs and 0.2 s in all.
-double time_op(const Op &op) {
-  double best = 1e30;
+// The fastest of several runs of each of two calls, in seconds. The runs
+// alternate so that a busy machine slows both sides alike: at least 5 of
+// each and 0.3 s in all.
+std::pair<double, double> time_pair(const Op &a, const Op &b) {
+  double best[2] = {1e30, 1e30};
   double total = 0;
-  for (int run = 0; run < 3 || (total < 0.2 && run < 50); ++run) {
-    const auto start = Clock::now();
-    op();
-    const double t = std::chrono::duration<double>(Clock::now() - start).count();
-    best = t < best ? t : best;
-    total += t;
+  for (int run = 0; run < 5 || (total < 0.3 && run < 100); ++run) {
+    for (int side = 0; side < 2; ++side) {
+      const auto start = Clock::now();
+      (side == 0 ? a : b)();
+      const double t = std::chrono::duration<double>(Clock::now() - start).count();
+      best[side] = t < best[side] ? t : best[side];
+      total += t;
+    }
   }
-  return best;
+  return {best[0], best[1]};
 }
 
 std::string repeat(const std::string &unit, int64_t n) {
@@ -476,8 +482,7 @@ int main(int argc, char **argv) {
   for (const Row &row : rows()) {
     if (std::strstr(row.name, filter) == nullptr && std::strstr(row.family, filter) == nullptr)
       continue;
-    const double t1 = time_op(row.make(row.n));
-    const double t8 = time_op(row.make(8 * row.n));
+    const auto [t1, t8] = time_pair(row.make(row.n), row.make(8 * row.n));
     const double exponent = std::log(t8 / t1) / std::log(8.0);
     const bool contract = row.note[0] != '\0';
     const bool super_linear = exponent > 1.3;
