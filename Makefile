@@ -55,6 +55,7 @@ fuzz-smoke: fuzz
 bench: deps
 	@scripts/install-deps.sh bench
 	cmake -S . -B $(BUILD_BENCH) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release \
+	  -DCMAKE_C_FLAGS_RELEASE="-O3 -DNDEBUG" -DCMAKE_CXX_FLAGS_RELEASE="-O3 -DNDEBUG" \
 	  -DORLIX_BUILD_BENCH=ON -DORLIX_BUILD_TESTS=OFF
 	cmake --build $(BUILD_BENCH) -j $(JOBS)
 	scripts/run-bench.sh $(BUILD_BENCH)/bin
