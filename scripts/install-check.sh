@@ -18,7 +18,7 @@ done
 
 echo "install-check: examples with pkg-config"
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
-for example in demo tour; do
+for example in demo; do
   cc -std=c99 -Wall -Wextra -Werror "$root/examples/$example.c" \
      $(pkg-config --cflags --libs orlix_util) -o "$prefix/$example-pc"
   LD_LIBRARY_PATH="$prefix/lib" "$prefix/$example-pc" > /dev/null
@@ -27,7 +27,7 @@ done
 echo "install-check: examples with find_package(OrlixUtil)"
 cmake -S "$root/examples/standalone" -B "$prefix/examples" -DCMAKE_PREFIX_PATH="$prefix" > /dev/null
 cmake --build "$prefix/examples" > /dev/null
-for example in demo tour; do "$prefix/examples/$example" > /dev/null; done
+for example in demo; do "$prefix/examples/$example" > /dev/null; done
 
 echo "install-check: the installed orlix runs"
 LD_LIBRARY_PATH="$prefix/lib" "$prefix/bin/orlix" version
