@@ -70,11 +70,12 @@ ci:
 	$(MAKE) check-tsan
 	$(MAKE) fuzz-smoke
 
+# Stripped, as distributions install programs and libraries.
 install: build
-	cmake --install $(BUILD) --prefix $(PREFIX)
+	cmake --install $(BUILD) --prefix $(PREFIX) --strip
 
 # Installs into a temporary prefix and builds the examples against it, with
-# pkg-config and with find_package.
+# pkg-config and with find_package, shared and static.
 install-check: build
 	scripts/install-check.sh $(BUILD)
 
