@@ -125,21 +125,21 @@ ORLIX_API ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length);
 
 /* Why a decode failed: the code of ORLIX_JSON_Error, each with a fixed
  * reason text. */
-#define ORLIX_JSON_ERROR_NONE 0u               /* "no error" */
-#define ORLIX_JSON_ERROR_NO_INPUT 1u           /* "no input" (NULL text) */
-#define ORLIX_JSON_ERROR_TOO_LONG 2u           /* "text too long" (2 GiB or more) */
-#define ORLIX_JSON_ERROR_END 3u                /* "unexpected end of input" */
-#define ORLIX_JSON_ERROR_CHARACTER 4u          /* "unexpected character" */
-#define ORLIX_JSON_ERROR_LITERAL 5u            /* "invalid literal" */
-#define ORLIX_JSON_ERROR_NUMBER 6u             /* "invalid number" */
-#define ORLIX_JSON_ERROR_UNTERMINATED 7u       /* "unterminated string" */
-#define ORLIX_JSON_ERROR_CONTROL 8u            /* "control character in string" */
-#define ORLIX_JSON_ERROR_ESCAPE 9u             /* "invalid escape" */
-#define ORLIX_JSON_ERROR_SURROGATE 10u         /* "unpaired surrogate escape" */
-#define ORLIX_JSON_ERROR_UTF8 11u              /* "invalid UTF-8 in string" */
-#define ORLIX_JSON_ERROR_NESTING 12u           /* "nesting limit reached" */
-#define ORLIX_JSON_ERROR_TRAILING 13u          /* "trailing data" */
-#define ORLIX_JSON_ERROR_MEMORY 14u            /* "out of memory" */
+#define ORLIX_JSON_ERROR_NONE 0u         /* "no error" */
+#define ORLIX_JSON_ERROR_NO_INPUT 1u     /* "no input" (NULL text) */
+#define ORLIX_JSON_ERROR_TOO_LONG 2u     /* "text too long" (2 GiB or more) */
+#define ORLIX_JSON_ERROR_END 3u          /* "unexpected end of input" */
+#define ORLIX_JSON_ERROR_CHARACTER 4u    /* "unexpected character" */
+#define ORLIX_JSON_ERROR_LITERAL 5u      /* "invalid literal" */
+#define ORLIX_JSON_ERROR_NUMBER 6u       /* "invalid number" */
+#define ORLIX_JSON_ERROR_UNTERMINATED 7u /* "unterminated string" */
+#define ORLIX_JSON_ERROR_CONTROL 8u      /* "control character in string" */
+#define ORLIX_JSON_ERROR_ESCAPE 9u       /* "invalid escape" */
+#define ORLIX_JSON_ERROR_SURROGATE 10u   /* "unpaired surrogate escape" */
+#define ORLIX_JSON_ERROR_UTF8 11u        /* "invalid UTF-8 in string" */
+#define ORLIX_JSON_ERROR_NESTING 12u     /* "nesting limit reached" */
+#define ORLIX_JSON_ERROR_TRAILING 13u    /* "trailing data" */
+#define ORLIX_JSON_ERROR_MEMORY 14u      /* "out of memory" */
 
 /* Where and why orlix_json_decodewitherror failed. */
 typedef struct ORLIX_JSON_Error_st {

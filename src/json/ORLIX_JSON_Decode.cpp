@@ -95,18 +95,29 @@ int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
   int64_t i = 0;
   while (i < n) {
     const unsigned char c = s[i];
-    int64_t size;
-    unsigned char lo = 0x80, hi = 0xBF;  // the range of the second byte
-    if (c < 0x80) size = 1;
-    else if (c >= 0xC2 && c <= 0xDF) size = 2;
-    else if (c >= 0xE0 && c <= 0xEF) size = 3, lo = c == 0xE0 ? 0xA0 : 0x80, hi = c == 0xED ? 0x9F : 0xBF;
-    else if (c >= 0xF0 && c <= 0xF4) size = 4, lo = c == 0xF0 ? 0x90 : 0x80, hi = c == 0xF4 ? 0x8F : 0xBF;
-    else return i;
-    if (size > 1) {
-      if (n - i < size || s[i + 1] < lo || s[i + 1] > hi) return i;
-      for (int64_t k = 2; k < size; ++k)
-        if ((s[i + k] & 0xC0) != 0x80) return i;
+    if (c < 0x80) {
+      ++i;
+      continue;
     }
+    // The sequence's length and the range its second byte must lie in.
+    int64_t size = 0;
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+      size = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      size = 3;
+      if (c == 0xE0) lo = 0xA0;  // no overlong forms
+      if (c == 0xED) hi = 0x9F;  // no surrogates
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      size = 4;
+      if (c == 0xF0) lo = 0x90;  // no overlong forms
+      if (c == 0xF4) hi = 0x8F;  // nothing above U+10FFFF
+    } else {
+      return i;
+    }
+    if (n - i < size || s[i + 1] < lo || s[i + 1] > hi) return i;
+    for (int64_t k = 2; k < size; ++k)
+      if ((s[i + k] & 0xC0) != 0x80) return i;
     i += size;
   }
   return n;
@@ -338,7 +349,8 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
       case 't': one = 0x09; break;
       case 'u': {
         int32_t cp = u_escape(i_);
-        if (cp < 0) return fail(cp == -2 ? ORLIX_JSON_ERROR_UNTERMINATED : ORLIX_JSON_ERROR_ESCAPE, i_);
+        if (cp < 0)
+          return fail(cp == -2 ? ORLIX_JSON_ERROR_UNTERMINATED : ORLIX_JSON_ERROR_ESCAPE, i_);
         if (cp >= 0xDC00 && cp <= 0xDFFF) return fail(ORLIX_JSON_ERROR_SURROGATE, i_);  // alone
         i_ += 6;
         if (cp >= 0xD800 && cp <= 0xDBFF) {

@@ -9,14 +9,15 @@
 #define STR(x) STR_(x)
 
 int main(void) {
-  static const char joined[] =
-      STR(ORLIX_UTIL_VERSION_MAJOR) "." STR(ORLIX_UTIL_VERSION_MINOR) "." STR(ORLIX_UTIL_VERSION_PATCH);
+  static const char joined[] = STR(ORLIX_UTIL_VERSION_MAJOR) "." STR(
+      ORLIX_UTIL_VERSION_MINOR) "." STR(ORLIX_UTIL_VERSION_PATCH);
   static const char runtime_prefix[] =
       "ORLIX Utility Library " STR(ORLIX_UTIL_VERSION_MAJOR) "." STR(ORLIX_UTIL_VERSION_MINOR) ",";
   const char *runtime = orlix_util_version();
   int failures = 0;
   if (strcmp(joined, ORLIX_UTIL_VERSION_STRING) != 0) {
-    printf("ORLIX_UTIL_VERSION_STRING is %s, the parts say %s\n", ORLIX_UTIL_VERSION_STRING, joined);
+    printf("ORLIX_UTIL_VERSION_STRING is %s, the parts say %s\n", ORLIX_UTIL_VERSION_STRING,
+           joined);
     ++failures;
   }
   if (runtime == NULL || strncmp(runtime, runtime_prefix, sizeof runtime_prefix - 1) != 0) {
