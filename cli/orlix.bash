@@ -15,7 +15,7 @@ _orlix() {
   done
 
   if [[ -z $command ]]; then
-    COMPREPLY=($(compgen -W "$commands --help --version --verbose" -- "$cur"))
+    COMPREPLY=($(compgen -W "$commands --help --version -V --verbose" -- "$cur"))
     return
   fi
 
