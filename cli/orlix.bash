@@ -1,8 +1,14 @@
 # bash completion for orlix                                  -*- shell-script -*-
 
+# Files are offered where a command reads them.
+_orlix_files() {
+  compopt -o filenames 2> /dev/null
+  COMPREPLY=($(compgen -f -- "$1"))
+}
+
 _orlix() {
-  local cur prev words cword
-  _init_completion || return
+  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
+  local words=("${COMP_WORDS[@]}") cword=$COMP_CWORD
 
   local commands="json base64 hex pem normalize casefold ldapprep nameprep idn time prime version"
   # The subcommand is the first word that is not a global option.
@@ -26,7 +32,7 @@ _orlix() {
       if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "--pretty --crlf --lf --cr --spaces --sort --help" -- "$cur"))
       else
-        _filedir
+        _orlix_files "$cur"
       fi ;;
     base64)
       case $prev in
@@ -37,19 +43,19 @@ _orlix() {
       if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "-d --decode --url --no-pad --eol --line --ws --help" -- "$cur"))
       else
-        _filedir
+        _orlix_files "$cur"
       fi ;;
     hex)
       if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "-d --decode --upper --help" -- "$cur"))
       else
-        _filedir
+        _orlix_files "$cur"
       fi ;;
     pem)
       if ((n == 0)); then
         COMPREPLY=($(compgen -W "encode decode --help" -- "$cur"))
       elif ((n > 1)); then
-        _filedir
+        _orlix_files "$cur"
       fi ;;
     normalize)
       ((n == 0)) && COMPREPLY=($(compgen -W "nfc nfd nfkc nfkd" -- "$cur")) ;;

@@ -74,6 +74,16 @@ def group_general():
          r"\(hex decode fail: ORLIX_Stream_Hex, line \d+\)\n"),
         ("verbose after", ["hex", "-d", "--verbose"], b"zz", b"", 1, r".*ORLIX_Stream_Hex, line \d+\)\n"),
     ])
+    # The bash completion offers commands, their words and zone names.
+    completion = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../cli/orlix.bash")
+    env = dict(ENV, PATH=os.path.dirname(os.path.abspath(ORLIX)) + ":" + ENV.get("PATH", ""))
+    for words, want in [("orlix --verbose ba", "base64"), ("orlix idn t", "to-ascii to-unicode"),
+                        ("orlix time now --zone Asia/Sh", "Asia/Shanghai")]:
+        script = (f'source "{completion}"; COMP_WORDS=({words}); '
+                  'COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _orlix; echo "${COMPREPLY[*]}"')
+        p = subprocess.run(["bash", "-c", script], capture_output=True, env=env)
+        if p.stdout.decode().strip() != want:
+            failures.append(f"completion of {words!r}: {p.stdout!r} {p.stderr!r}")
     rc, so, _ = run(["--help"])
     if rc != 0 or b"json" not in so or b"--version" not in so:
         failures.append("overview help")
