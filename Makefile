@@ -4,13 +4,15 @@ BUILD_SAN  ?= build-sanitize
 BUILD_TSAN ?= build-tsan
 BUILD_FUZZ ?= build-fuzz
 BUILD_BENCH?= build-bench
+BUILD_DEB  ?= build-deb
 PREFIX     ?= /usr/local
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 FUZZ_SECONDS ?= 20
 GENERATOR  := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 
-.PHONY: all deps build demo check check-sanitize check-tsan fuzz fuzz-smoke fuzz-long bench ci install install-check format clean
+.PHONY: all deps build demo check check-sanitize check-tsan fuzz fuzz-smoke fuzz-long bench ci install install-check \
+        deb deb-check format clean
 
 all: build
 
@@ -61,31 +63,46 @@ fuzz-long: fuzz
 bench: deps
 	@scripts/install-deps.sh bench
 	cmake -S . -B $(BUILD_BENCH) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release \
+	  -DCMAKE_C_FLAGS_RELEASE="-O3 -DNDEBUG" -DCMAKE_CXX_FLAGS_RELEASE="-O3 -DNDEBUG" \
 	  -DORLIX_BUILD_BENCH=ON -DORLIX_BUILD_TESTS=OFF
 	cmake --build $(BUILD_BENCH) -j $(JOBS)
 	scripts/run-bench.sh $(BUILD_BENCH)/bin
 	$(BUILD_BENCH)/bin/scaling
 
 # Everything CI runs on a fresh clone: a warning-free build, the tests, the
-# tests again under the sanitizers, then a short run of every fuzz target.
+# installation and the Debian packages checked, the tests again under the
+# sanitizers, then a short run of every fuzz target.
 ci:
 	@scripts/install-deps.sh build
 	$(MAKE) check CMAKE_ARGS="-DORLIX_WERROR=ON"
 	$(MAKE) install-check
+	$(MAKE) deb-check CMAKE_ARGS="-DORLIX_WERROR=ON"
 	$(MAKE) check-sanitize CMAKE_ARGS="-DORLIX_WERROR=ON"
 	$(MAKE) check-tsan
 	$(MAKE) fuzz-smoke
 
+# Stripped, as distributions install programs and libraries.
 install: build
-	cmake --install $(BUILD) --prefix $(PREFIX)
+	cmake --install $(BUILD) --prefix $(PREFIX) --strip
 
 # Installs into a temporary prefix and builds the examples against it, with
-# pkg-config and with find_package.
+# pkg-config and with find_package, shared and static.
 install-check: build
 	scripts/install-check.sh $(BUILD)
+
+# The Debian packages liborlix-util2, liborlix-util-dev and orlix-tools, in
+# $(BUILD_DEB), checked with lintian.
+deb: deps
+	@scripts/install-deps.sh deb
+	scripts/build-deb.sh $(BUILD_DEB) $(JOBS) $(CMAKE_ARGS)
+
+# Installs the packages into this machine (as root), builds and runs the
+# demo against them, and removes them.
+deb-check: deb
+	scripts/deb-check.sh $(BUILD_DEB)
 
 format:
 	clang-format -i $$(git ls-files '*.c' '*.cpp' '*.h' '*.hpp')
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_BENCH)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN) $(BUILD_FUZZ) $(BUILD_BENCH) $(BUILD_DEB)

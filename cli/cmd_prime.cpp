@@ -73,6 +73,8 @@ constexpr const char kPrimeUsage[] =
     "               exactly twice the bits)\n"
     "  --fast       primality rounds chosen by size instead of 64\n";
 
+constexpr int64_t kMaxBits = 1 << 20;
+
 int run_prime(std::vector<std::string_view> args) {
   int flags = 0;
   int64_t bits = 0;
@@ -82,10 +84,17 @@ int run_prime(std::vector<std::string_view> args) {
     if (a == "--safe") flags |= ORLIX_BIGINTEGER_PRIME_SAFE;
     else if (a == "--two-high") flags |= ORLIX_BIGINTEGER_PRIME_TOP_TWO;
     else if (a == "--fast") flags |= ORLIX_BIGINTEGER_PRIME_FAST;
-    else if (!have_bits && parse_int(a, 2, 1 << 20, &bits)) have_bits = true;
+    else if (!have_bits && parse_int(a, INT64_MIN / 10, INT64_MAX / 10, &bits))
+      have_bits = true;
     else return usage_error("prime", std::string("unexpected argument ") + std::string(a));
   }
   if (!have_bits) return usage_error("prime", "expects BITS, a number from 2 to 1048576");
+  if (bits < 2)
+    return usage_error("prime",
+                       "size too small: a prime has at least 2 bits, not " + std::to_string(bits));
+  if (bits > kMaxBits)
+    return usage_error("prime", "size too large: at most " + std::to_string(kMaxBits) +
+                                    " bits, not " + std::to_string(bits));
   ORLIX_BigInteger *p = nullptr;
   {
     Progress progress(static_cast<int>(bits));

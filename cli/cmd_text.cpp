@@ -1,11 +1,18 @@
 // orlix normalize, casefold, ldapprep, nameprep and idn: text in the
 // locale's charset, one result line per input.
 #include <cstring>
+#include <utility>
 
 #include "cli.hpp"
 
 namespace cli {
 namespace {
+
+// The label separators of IDNA: full stop, ideographic full stop, fullwidth
+// full stop, halfwidth ideographic full stop.
+bool is_label_dot(uint16_t unit) {
+  return unit == 0x2E || unit == 0x3002 || unit == 0xFF0E || unit == 0xFF61;
+}
 
 struct UStr {
   ORLIX_UString *s = nullptr;
@@ -15,32 +22,46 @@ struct UStr {
   UStr &operator=(const UStr &) = delete;
 };
 
-// Runs transform over every input and prints each result on its own line.
-// The transform returns a new reference, or nullptr when the library
-// refuses the text.
+// Runs transform over every input and prints each result on its own line,
+// as soon as it is made. An input that is refused gets a message naming it
+// instead, and the others are still done; the status is kFailed when any
+// was refused. The transform gives a new reference, or nullptr with *why
+// saying why the library refused the text.
 template <class Transform>
 int each_line(std::string_view command, const std::vector<std::string_view> &texts,
-              std::string_view refused, Transform transform) {
-  std::vector<std::string> inputs;
+              Transform transform) {
+  std::vector<TextInput> inputs;
   if (!text_inputs(command, texts, &inputs)) return kFailed;
-  std::string out;
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    const std::string where = texts.empty() ? "line " + std::to_string(i + 1) + ": " : "";
-    UStr in(from_locale(inputs[i]));
-    if (in.s == nullptr) return failure(command, where + "not valid text in the locale's charset");
-    UStr result(transform(in.s));
+  int status = kOk;
+  for (const TextInput &input : inputs) {
+    UStr in(from_locale(input.bytes));
+    if (in.s == nullptr) {
+      status = failure(command, input.name + ": not valid text in the charset " + text_charset());
+      continue;
+    }
+    std::string why;
+    UStr result(transform(in.s, &why));
     std::string bytes;
     if (result.s == nullptr) {
-      std::string message = where;
-      message.append(refused);
-      return failure(command, message);
+      status = failure(command, input.name + ": " + why);
+    } else if (!to_locale(result.s, &bytes)) {
+      status = failure(
+          command, input.name + ": the result cannot be written in the charset " + text_charset());
+    } else if (!write_output(bytes + "\n")) {
+      return failure(command, "cannot write standard output");
     }
-    if (!to_locale(result.s, &bytes))
-      return failure(command, where + "the result cannot be written in the locale's charset");
-    out += bytes;
-    out += '\n';
   }
-  return write_output(out) ? kOk : failure(command, "cannot write standard output");
+  return status;
+}
+
+// A transform that is either done or refused for one reason.
+template <class Apply>
+auto refusing(const char *reason, Apply apply) {
+  return [reason, apply](ORLIX_UString *s, std::string *why) {
+    ORLIX_UString *r = apply(s);
+    if (r == nullptr) *why = reason;
+    return r;
+  };
 }
 
 // Splits options (anything starting with "--") from text arguments.
@@ -77,8 +98,9 @@ bool wants_help(const std::vector<std::string_view> &args) {
 
 constexpr const char kTextNote[] =
     "Works on the TEXT arguments, or else on each line of standard input, in the\n"
-    "locale's charset (LC_ALL, LC_CTYPE, LANG; UTF-8 when they name none), and\n"
-    "writes one line per input.\n";
+    "locale's charset (LC_ALL, LC_CTYPE, LANG; UTF-8 when they name none or name\n"
+    "ASCII), and writes one line per input. An input that is refused, or is not\n"
+    "valid in the charset, gets a message instead and the status is 1.\n";
 
 int run_normalize(std::vector<std::string_view> args) {
   if (wants_help(args))
@@ -91,8 +113,9 @@ int run_normalize(std::vector<std::string_view> args) {
   else if (args[0] == "nfkd") form = ORLIX_NORMALIZE_NFKD;
   else return usage_error("normalize", "the form is one of nfc, nfd, nfkc, nfkd");
   args.erase(args.begin());
-  return each_line("normalize", args, "cannot normalize",
-                   [form](ORLIX_UString *s) { return orlix_ustring_normalize(s, form); });
+  return each_line("normalize", args, refusing("cannot normalize", [form](ORLIX_UString *s) {
+                     return orlix_ustring_normalize(s, form);
+                   }));
 }
 
 int run_casefold(std::vector<std::string_view> args) {
@@ -106,8 +129,9 @@ int run_casefold(std::vector<std::string_view> args) {
   int status = 0;
   if (!split("casefold", args, {"--nfkc"}, &options, &texts, &status)) return status;
   const int32_t mode = has(options, "--nfkc") ? ORLIX_CASEFOLD_NFKC_CLOSURE : ORLIX_CASEFOLD_FULL;
-  return each_line("casefold", texts, "cannot fold",
-                   [mode](ORLIX_UString *s) { return orlix_ustring_tocasefold(s, mode); });
+  return each_line("casefold", texts, refusing("cannot fold", [mode](ORLIX_UString *s) {
+                     return orlix_ustring_tocasefold(s, mode);
+                   }));
 }
 
 int run_ldapprep(std::vector<std::string_view> args) {
@@ -128,8 +152,10 @@ int run_ldapprep(std::vector<std::string_view> args) {
   else if (t == "telephone-ignore" || t == "5") type = ORLIX_LDAPPREP_TELEPHONE_IGNORE;
   else return usage_error("ldapprep", "unknown TYPE (exact, ignore, numeric, telephone, telephone-ignore)");
   args.erase(args.begin());
-  return each_line("ldapprep", args, "the text is refused by the preparation",
-                   [type](ORLIX_UString *s) { return orlix_ustring_ldapi18nstringprep(type, s); });
+  return each_line("ldapprep", args,
+                   refusing("refused by the LDAP string preparation", [type](ORLIX_UString *s) {
+                     return orlix_ustring_ldapi18nstringprep(type, s);
+                   }));
 }
 
 int run_nameprep(std::vector<std::string_view> args) {
@@ -143,8 +169,9 @@ int run_nameprep(std::vector<std::string_view> args) {
   int status = 0;
   if (!split("nameprep", args, {"--allow-unassigned"}, &options, &texts, &status)) return status;
   const int32_t allow = has(options, "--allow-unassigned") ? 1 : 0;
-  return each_line("nameprep", texts, "the text is refused by nameprep",
-                   [allow](ORLIX_UString *s) { return orlix_ustring_idn_stringprep(s, allow); });
+  return each_line("nameprep", texts, refusing("refused by nameprep", [allow](ORLIX_UString *s) {
+                     return orlix_ustring_idn_stringprep(s, allow);
+                   }));
 }
 
 int run_idn(std::vector<std::string_view> args) {
@@ -153,7 +180,7 @@ int run_idn(std::vector<std::string_view> args) {
                "usage: orlix idn to-ascii|to-unicode [--std3] [--allow-unassigned] [--wildcard]\n"
                "                 [NAME...]\n"
                "Converts international domain names (IDNA). to-unicode gives back a name it\n"
-               "cannot convert unchanged.\n%s",
+               "cannot convert unchanged. A final dot (the root) is accepted and kept.\n%s",
                kTextNote),
            args.empty() ? kUsage : kOk;
   const std::string_view direction = args[0];
@@ -168,26 +195,36 @@ int run_idn(std::vector<std::string_view> args) {
   const int32_t allow = has(options, "--allow-unassigned");
   const int32_t std3 = has(options, "--std3");
   const int32_t wildcard = has(options, "--wildcard");
-  if (direction == "to-unicode")
-    return each_line("idn", names, "cannot convert", [=](ORLIX_UString *s) {
-      return orlix_ustring_idn_tounicode(s, allow, std3, wildcard);
-    });
-  std::vector<std::string> inputs;
-  if (!text_inputs("idn", names, &inputs)) return kFailed;
-  std::string out;
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    const std::string where = names.empty() ? "line " + std::to_string(i + 1) + ": " : "";
-    UStr in(from_locale(inputs[i]));
-    if (in.s == nullptr) return failure("idn", where + "not valid text in the locale's charset");
-    char *ascii = nullptr;
-    int64_t length = 0;
-    if (orlix_ustring_idn_toascii(in.s, allow, std3, wildcard, &ascii, &length) != 1)
-      return failure("idn", where + "cannot convert " + inputs[i] + " to ASCII");
-    out.append(ascii, static_cast<size_t>(length));
-    out += '\n';
-    orlix_free(ascii);
-  }
-  return write_output(out) ? kOk : failure("idn", "cannot write standard output");
+  const bool to_ascii = direction == "to-ascii";
+  return each_line("idn", names, [=](ORLIX_UString *s, std::string *why) -> ORLIX_UString * {
+    // A final root dot (also U+3002, U+FF0E or U+FF61) is kept: the name
+    // without it is converted and the dot put back.
+    uint16_t *units = nullptr;
+    int64_t count = 0;
+    if (orlix_ustring_toutf16(s, &units, &count) != 1) return *why = "out of memory", nullptr;
+    const bool rooted = count > 0 && is_label_dot(units[count - 1]);
+    UStr name(rooted ? orlix_ustring_newlength(units, count - 1) : orlix_ustring_dup(s));
+    orlix_free(units);
+    if (name.s == nullptr) return *why = "out of memory", nullptr;
+    if (rooted && count == 1) return orlix_ustring_newutf8(".", 1);  // the root itself
+    UStr result(nullptr);
+    if (to_ascii) {
+      char *ascii = nullptr;
+      int64_t length = 0;
+      if (orlix_ustring_idn_toascii(name.s, allow, std3, wildcard, &ascii, &length) != 1)
+        return *why = "cannot convert to ASCII", nullptr;
+      result.s = orlix_ustring_newascii(ascii, length);
+      orlix_free(ascii);
+    } else {
+      result.s = orlix_ustring_idn_tounicode(name.s, allow, std3, wildcard);
+    }
+    if (result.s == nullptr) return *why = "out of memory", nullptr;
+    if (!rooted) return std::exchange(result.s, nullptr);
+    UStr dot(orlix_ustring_newutf8(".", 1));
+    ORLIX_UString *joined = orlix_ustring_cat(result.s, dot.s);
+    if (joined == nullptr) *why = "out of memory";
+    return joined;
+  });
 }
 
 }  // namespace

@@ -54,7 +54,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Tree tree = DecodeText(text);
   FUZZ_CHECK((tree != nullptr) == want.has_value(), "library %d, reference %d", tree != nullptr,
              want.has_value());
-  if (!tree) return 0;
+  // The decode that explains its refusals accepts exactly the same texts and
+  // says where within the text it stopped.
+  ORLIX_JSON_Error error;
+  ORLIX_JSON *explained =
+      orlix_json_decodewitherror(text.data(), static_cast<uint32_t>(size), &error);
+  FUZZ_CHECK((explained != nullptr) == (tree != nullptr));
+  orlix_json_free(explained);
+  if (!tree) {
+    FUZZ_CHECK(error.code != ORLIX_JSON_ERROR_NONE && error.code <= ORLIX_JSON_ERROR_MEMORY &&
+                   error.offset <= size && error.line >= 1 && error.column >= 1 &&
+                   error.column <= error.offset + 1,
+               "code %u at %llu (line %u, column %u)", error.code,
+               static_cast<unsigned long long>(error.offset), error.line, error.column);
+    return 0;
+  }
   FUZZ_CHECK(Same(Read(tree.get()), *want));
 
   const auto compact = EncodeTree(tree.get());

@@ -123,6 +123,48 @@ ORLIX_API int orlix_json_traverse(ORLIX_JSON *object, ORLIX_JSON_TraverseFunc ca
  */
 ORLIX_API ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length);
 
+/* Why a decode failed: the code of ORLIX_JSON_Error, each with a fixed
+ * reason text. */
+#define ORLIX_JSON_ERROR_NONE 0u         /* "no error" */
+#define ORLIX_JSON_ERROR_NO_INPUT 1u     /* "no input" (NULL text) */
+#define ORLIX_JSON_ERROR_TOO_LONG 2u     /* "text too long" (2 GiB or more) */
+#define ORLIX_JSON_ERROR_END 3u          /* "unexpected end of input" */
+#define ORLIX_JSON_ERROR_CHARACTER 4u    /* "unexpected character" */
+#define ORLIX_JSON_ERROR_LITERAL 5u      /* "invalid literal" */
+#define ORLIX_JSON_ERROR_NUMBER 6u       /* "invalid number" */
+#define ORLIX_JSON_ERROR_UNTERMINATED 7u /* "unterminated string" */
+#define ORLIX_JSON_ERROR_CONTROL 8u      /* "control character in string" */
+#define ORLIX_JSON_ERROR_ESCAPE 9u       /* "invalid escape" */
+#define ORLIX_JSON_ERROR_SURROGATE 10u   /* "unpaired surrogate escape" */
+#define ORLIX_JSON_ERROR_UTF8 11u        /* "invalid UTF-8 in string" */
+#define ORLIX_JSON_ERROR_NESTING 12u     /* "nesting limit reached" */
+#define ORLIX_JSON_ERROR_TRAILING 13u    /* "trailing data" */
+#define ORLIX_JSON_ERROR_MEMORY 14u      /* "out of memory" */
+
+/* Where and why orlix_json_decodewitherror failed. */
+typedef struct ORLIX_JSON_Error_st {
+  uint64_t offset;    /* bytes from the start of the text to the problem */
+  uint32_t line;      /* 1-based; lines end with a line feed */
+  uint32_t column;    /* 1-based, in characters (UTF-8 sequences) of that line */
+  uint32_t code;      /* ORLIX_JSON_ERROR_* */
+  const char *reason; /* the code's fixed text, e.g. "unexpected character" */
+} ORLIX_JSON_Error;
+
+/*
+ * Decodes exactly as orlix_json_decode does - the same texts give the same
+ * tree or NULL - and when it returns NULL also fills *error (when error is
+ * not NULL): the problem's byte offset, its line and column, the code and
+ * its reason. The position is that of the byte that cannot be accepted, the
+ * opening quote of an unterminated string, the first byte of an invalid
+ * number, literal or UTF-8 sequence, the value that goes beyond the nesting
+ * limit, the first byte after a complete top-level value (trailing data),
+ * or the end of the text. On success *error is set to code
+ * ORLIX_JSON_ERROR_NONE, offset 0, line and column 0. The reason texts are
+ * constant; nothing needs freeing. Takes time linear in length.
+ */
+ORLIX_API ORLIX_JSON *orlix_json_decodewitherror(const char *bytes, uint32_t length,
+                                                 ORLIX_JSON_Error *error);
+
 /*
  * Encodes a tree as JSON text. Returns 1 with *bytes = a new NUL-terminated
  * buffer (release with orlix_free) and *length its length without the NUL,

@@ -15,6 +15,17 @@
 
 ORLIX_BEGIN_DECLS
 
+/*
+ * The version of these headers, fixed at compile time. The shared object's
+ * soname carries the major number (liborlix_util.so.2); orlix_util_version
+ * names the major and minor numbers at run time. A program can compare the
+ * two to notice that it runs against another release than it was built with.
+ */
+#define ORLIX_UTIL_VERSION_MAJOR 2
+#define ORLIX_UTIL_VERSION_MINOR 6
+#define ORLIX_UTIL_VERSION_PATCH 0
+#define ORLIX_UTIL_VERSION_STRING "2.6.0"
+
 /* An allocation hook: size in bytes, the caller's module name and line. */
 typedef void *(*ORLIX_MallocFunc)(uint64_t size, const char *file, int32_t line);
 /* A release hook; never called with NULL. */

@@ -8,13 +8,11 @@ run() {
   printf '\n$ %s\n' "$*"
   "$bin/$@"
 }
-run orlix version
+run orlix --version
 run orlix json --sort "$data/config.json"
-echo
 run orlix json --pretty "$data/config.json"
-echo
 run orlix base64 "$data/hello.txt"
 run orlix pem encode GREETING "$data/hello.txt"
 run orlix idn to-ascii "b$(printf '\303\274')cher.example" "$(printf '\344\276\213\345\255\220').example"
-run orlix time convert --to America/New_York '2016-12-31 23:59:60'
+run orlix time convert --to America/New_York 2016-12-31T23:59:60Z
 run orlix prime 128 --fast

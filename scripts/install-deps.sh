@@ -3,6 +3,7 @@
 #   install-deps.sh build   compiler, CMake, Ninja, GMP, GoogleTest and the
 #                           tests' oracles (Python, OpenSSL, libidn, locale
 #                           sources) (the default)
+#   install-deps.sh deb     what make deb needs: dpkg-shlibdeps, file, lintian
 #   install-deps.sh fuzz    clang with libFuzzer
 #   install-deps.sh bench   Google Benchmark and the peer libraries
 set -euo pipefail
@@ -11,10 +12,11 @@ what=${1:-build}
 case "$what" in
   build) packages=(g++ cmake ninja-build pkg-config python3 libgtest-dev libgmock-dev libgmp-dev
                   libssl-dev openssl libidn11-dev locales) ;;
+  deb)   packages=(dpkg-dev file lintian) ;;
   fuzz)  packages=(clang libclang-rt-dev) ;;
   bench) packages=(libbenchmark-dev libssl-dev libsodium-dev libjansson-dev libcjson-dev
                   libicu-dev libidn11-dev) ;;
-  *) echo "usage: $0 [build|fuzz|bench]" >&2; exit 2 ;;
+  *) echo "usage: $0 [build|deb|fuzz|bench]" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -1,7 +1,9 @@
 // The JSON decoder. It walks the text once with an explicit stack of open
 // containers (so deep nesting costs heap, not C stack) and builds each node in
 // place. Its grammar is deliberately exact: what it accepts and refuses is
-// part of the library's contract, quirks included.
+// part of the library's contract, quirks included. When it refuses a text it
+// notes why and where, for orlix_json_decodewitherror; orlix_json_decode
+// runs the same code and ignores the note.
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
@@ -66,6 +68,61 @@ double strtod_c_locale(const char *text) {
   return c_locale != nullptr ? strtod_l(text, nullptr, c_locale) : std::strtod(text, nullptr);
 }
 
+// The reason texts, indexed by ORLIX_JSON_ERROR_* code.
+constexpr const char *kReasons[] = {
+    "no error",
+    "no input",
+    "text too long",
+    "unexpected end of input",
+    "unexpected character",
+    "invalid literal",
+    "invalid number",
+    "unterminated string",
+    "control character in string",
+    "invalid escape",
+    "unpaired surrogate escape",
+    "invalid UTF-8 in string",
+    "nesting limit reached",
+    "trailing data",
+    "out of memory",
+};
+static_assert(sizeof kReasons / sizeof kReasons[0] == ORLIX_JSON_ERROR_MEMORY + 1);
+
+// The offset of the first byte in [0, n) that does not start a well-formed
+// UTF-8 sequence (no overlong forms, surrogates or values above U+10FFFF),
+// or n. Only runs once a string has failed validation, to say where.
+int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
+  int64_t i = 0;
+  while (i < n) {
+    const unsigned char c = s[i];
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    // The sequence's length and the range its second byte must lie in.
+    int64_t size = 0;
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+      size = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      size = 3;
+      if (c == 0xE0) lo = 0xA0;  // no overlong forms
+      if (c == 0xED) hi = 0x9F;  // no surrogates
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      size = 4;
+      if (c == 0xF0) lo = 0x90;  // no overlong forms
+      if (c == 0xF4) hi = 0x8F;  // nothing above U+10FFFF
+    } else {
+      return i;
+    }
+    if (n - i < size || s[i + 1] < lo || s[i + 1] > hi) return i;
+    for (int64_t k = 2; k < size; ++k)
+      if ((s[i + k] & 0xC0) != 0x80) return i;
+    i += size;
+  }
+  return n;
+}
+
 struct Frame {
   ORLIX_JSON *node;      // the open container
   ObjectItem *pending;   // an object's member waiting for its value
@@ -87,7 +144,26 @@ class Decoder {
   // Decodes one value from the start; stores the bytes used in *consumed.
   ORLIX_JSON *run(int64_t *consumed);
 
+  // Why and where the text was refused (valid after run() gave nullptr).
+  uint32_t error_code() const { return code_; }
+  int64_t error_offset() const { return at_; }
+
  private:
+  // Notes why decoding stops; the first note stands, since every failure
+  // passes through its callers on the way out. Returns false.
+  bool fail(uint32_t code, int64_t at) {
+    if (code_ == ORLIX_JSON_ERROR_NONE) {
+      code_ = code;
+      at_ = at;
+    }
+    return false;
+  }
+  ORLIX_JSON *error(uint32_t code) {
+    fail(code, i_);
+    return nullptr;
+  }
+  ORLIX_JSON *end() { return error(ORLIX_JSON_ERROR_END); }
+
   void skip_ws() {
     if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
 #if defined(__SSE2__)
@@ -120,6 +196,8 @@ class Decoder {
   int64_t n_;
   int64_t i_ = 0;
   int32_t limit_;
+  uint32_t code_ = ORLIX_JSON_ERROR_NONE;
+  int64_t at_ = 0;
   orlix::SmallBuffer<Frame, 32> stack_{kModule};
   orlix::SmallBuffer<char, 256> scratch_{kModule};
 };
@@ -129,33 +207,42 @@ ORLIX_JSON *make_true() { return orlix_json_newboolean(1); }
 ORLIX_JSON *make_false() { return orlix_json_newboolean(0); }
 
 ORLIX_JSON *Decoder::literal(const char *word, int64_t size, ORLIX_JSON *(*make)()) {
-  if (n_ - i_ < size || std::memcmp(s_ + i_, word, static_cast<size_t>(size)) != 0) return nullptr;
+  if (n_ - i_ < size || std::memcmp(s_ + i_, word, static_cast<size_t>(size)) != 0) {
+    fail(ORLIX_JSON_ERROR_LITERAL, i_);
+    return nullptr;
+  }
+  ORLIX_JSON *node = make();
+  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
   i_ += size;
-  return make();
+  return node;
 }
 
 // The longest prefix of: -? (0 | [1-9][0-9]*) (. [0-9]+)? ([eE] [+-]? [0-9]+)?
 // A sign, point or exponent mark without its digits fails the whole value.
 ORLIX_JSON *Decoder::number() {
+  const auto invalid = [this] {
+    fail(ORLIX_JSON_ERROR_NUMBER, i_);
+    return nullptr;
+  };
   int64_t j = i_;
   if (s_[j] == '-') ++j;
-  if (j == n_) return nullptr;
+  if (j == n_) return invalid();
   if (s_[j] == '0') {
     ++j;
   } else if (s_[j] >= '1' && s_[j] <= '9') {
     while (j < n_ && is_digit(s_[j])) ++j;
   } else {
-    return nullptr;
+    return invalid();
   }
   if (j < n_ && s_[j] == '.') {
     ++j;
-    if (j == n_ || !is_digit(s_[j])) return nullptr;
+    if (j == n_ || !is_digit(s_[j])) return invalid();
     while (j < n_ && is_digit(s_[j])) ++j;
   }
   if (j < n_ && (s_[j] == 'e' || s_[j] == 'E')) {
     ++j;
     if (j < n_ && (s_[j] == '+' || s_[j] == '-')) ++j;
-    if (j == n_ || !is_digit(s_[j])) return nullptr;
+    if (j == n_ || !is_digit(s_[j])) return invalid();
     while (j < n_ && is_digit(s_[j])) ++j;
   }
   const char *first = reinterpret_cast<const char *>(s_ + i_);
@@ -164,13 +251,18 @@ ORLIX_JSON *Decoder::number() {
   double value = 0;
   if (std::from_chars(first, last, value).ec != std::errc{}) {
     orlix::SmallBuffer<char, 64> text(kModule);
-    if (!text.resize(last - first + 1)) return nullptr;
+    if (!text.resize(last - first + 1)) {
+      fail(ORLIX_JSON_ERROR_MEMORY, i_);
+      return nullptr;
+    }
     std::memcpy(text.data(), first, static_cast<size_t>(last - first));
     text[last - first] = '\0';
     value = strtod_c_locale(text.data());
   }
+  ORLIX_JSON *node = orlix_json_newnumber(value);
+  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
   i_ = j;
-  return orlix_json_newnumber(value);
+  return node;
 }
 
 // Decodes the string whose opening quote is at i_ (that byte is not
@@ -178,11 +270,13 @@ ORLIX_JSON *Decoder::number() {
 // bytes are valid UTF-8, either in the input or in scratch_, and i_ is past
 // the closing quote.
 bool Decoder::string(const char **bytes, int32_t *length) {
-  if (n_ - i_ < 2) return false;
+  const int64_t quote = i_;
+  if (n_ - i_ < 2) return fail(ORLIX_JSON_ERROR_UNTERMINATED, quote);
   const int64_t start = i_ + 1;
   bool high = false;
   const int64_t k = orlix::json::scan_plain(s_, start, n_, &high);
-  if (k == n_ || s_[k] < 0x20) return false;
+  if (k == n_) return fail(ORLIX_JSON_ERROR_UNTERMINATED, quote);
+  if (s_[k] < 0x20) return fail(ORLIX_JSON_ERROR_CONTROL, k);
   const unsigned char *text;
   int64_t size;
   if (s_[k] == '"') {
@@ -191,13 +285,21 @@ bool Decoder::string(const char **bytes, int32_t *length) {
     i_ = k + 1;
   } else {
     i_ = k;
-    if (!escaped_string(start, &high)) return false;
+    if (!escaped_string(start, &high)) {
+      if (code_ == ORLIX_JSON_ERROR_UNTERMINATED) at_ = quote;
+      return false;
+    }
     text = reinterpret_cast<const unsigned char *>(scratch_.data());
     size = scratch_.size();
   }
   // Escapes always yield whole UTF-8 sequences: only raw bytes of 0x80 and
   // above can make the text invalid.
-  if (size >= 0x7FFFFFFF || (high && !orlix::utf8::validate(text, size))) return false;
+  if (size >= 0x7FFFFFFF) return fail(ORLIX_JSON_ERROR_TOO_LONG, quote);
+  if (high && !orlix::utf8::validate(text, size)) {
+    // The escapes are ASCII and decode to whole sequences, so the first bad
+    // sequence of the decoded text is the first bad one between the quotes.
+    return fail(ORLIX_JSON_ERROR_UTF8, start + first_invalid_utf8(s_ + start, i_ - 1 - start));
+  }
   *bytes = reinterpret_cast<const char *>(text);
   *length = static_cast<int32_t>(size);
   return true;
@@ -210,14 +312,16 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
   scratch_.clear();
   const auto append = [&](const unsigned char *p, int64_t count) {
     const int64_t at = scratch_.size();
-    if (!scratch_.resize(at + count)) return false;
+    if (!scratch_.resize(at + count)) return fail(ORLIX_JSON_ERROR_MEMORY, i_);
     std::memcpy(scratch_.data() + at, p, static_cast<size_t>(count));
     return true;
   };
   if (!append(s_ + run_start, i_ - run_start)) return false;
-  // A \uXXXX escape at k: needs its last digit inside the input.
+  // A \uXXXX escape at k: needs its last digit inside the input. -1 when
+  // there is none, -2 when the input ends inside it.
   const auto u_escape = [&](int64_t k) -> int32_t {
-    if (k + 5 >= n_ || s_[k] != '\\' || s_[k + 1] != 'u') return -1;
+    if ((k < n_ && s_[k] != '\\') || (k + 1 < n_ && s_[k + 1] != 'u')) return -1;
+    if (k + 5 >= n_) return -2;
     const int hi = decodehex(s_ + k + 2);
     const int lo = decodehex(s_ + k + 4);
     return (hi | lo) < 0 ? -1 : hi << 8 | lo;
@@ -226,12 +330,13 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
     const int64_t plain = i_;
     i_ = orlix::json::scan_plain(s_, i_, n_, high);
     if (!append(s_ + plain, i_ - plain)) return false;
-    if (i_ == n_ || s_[i_] < 0x20) return false;
+    if (i_ == n_) return fail(ORLIX_JSON_ERROR_UNTERMINATED, i_);
+    if (s_[i_] < 0x20) return fail(ORLIX_JSON_ERROR_CONTROL, i_);
     if (s_[i_] == '"') {
       ++i_;
       return true;
     }
-    if (i_ + 1 >= n_) return false;
+    if (i_ + 1 >= n_) return fail(ORLIX_JSON_ERROR_UNTERMINATED, i_);
     unsigned char one;
     switch (s_[i_ + 1]) {
       case '"': one = 0x22; break;
@@ -244,12 +349,14 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
       case 't': one = 0x09; break;
       case 'u': {
         int32_t cp = u_escape(i_);
-        if (cp < 0) return false;
+        if (cp < 0)
+          return fail(cp == -2 ? ORLIX_JSON_ERROR_UNTERMINATED : ORLIX_JSON_ERROR_ESCAPE, i_);
+        if (cp >= 0xDC00 && cp <= 0xDFFF) return fail(ORLIX_JSON_ERROR_SURROGATE, i_);  // alone
         i_ += 6;
-        if (cp >= 0xDC00 && cp <= 0xDFFF) return false;  // a low surrogate alone
         if (cp >= 0xD800 && cp <= 0xDBFF) {
           const int32_t low = u_escape(i_);
-          if (low < 0xDC00 || low > 0xDFFF) return false;
+          if (low == -2) return fail(ORLIX_JSON_ERROR_UNTERMINATED, i_);
+          if (low < 0xDC00 || low > 0xDFFF) return fail(ORLIX_JSON_ERROR_SURROGATE, i_ - 6);
           i_ += 6;
           cp = 0x10000 + ((cp & 0x3FF) << 10 | (low & 0x3FF));
         }
@@ -257,7 +364,7 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
         if (!append(utf8, uitoutf8(static_cast<uint32_t>(cp), utf8))) return false;
         continue;
       }
-      default: return false;
+      default: return fail(ORLIX_JSON_ERROR_ESCAPE, i_);
     }
     if (!append(&one, 1)) return false;
     i_ += 2;
@@ -270,10 +377,11 @@ bool Decoder::attach(ORLIX_JSON *node) {
   if (f.node->type == ORLIX_JSON_ARRAY) {
     if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
     orlix_json_free(node);
-    return false;
+    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
   }
   f.pending->value = node;
-  if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1) return false;
+  if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1)
+    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
   f.pending = nullptr;
   return true;
 }
@@ -282,13 +390,19 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
   ORLIX_JSON *node = nullptr;
   for (;;) {
     // A value starts at i_, at nesting level stack_.size().
-    if (i_ >= n_ || stack_.size() >= limit_) return nullptr;
+    if (i_ >= n_) return end();
+    if (stack_.size() >= limit_) return error(ORLIX_JSON_ERROR_NESTING);
     switch (s_[i_]) {
       case '"': {
+        const int64_t at = i_;
         const char *bytes;
         int32_t length;
         if (!string(&bytes, &length)) return nullptr;
         node = orlix::json::new_string_unchecked(bytes, length);
+        if (node == nullptr) {
+          fail(ORLIX_JSON_ERROR_MEMORY, at);
+          return nullptr;
+        }
         break;
       }
       case 'n': node = literal("null", 4, make_null); break;
@@ -300,17 +414,18 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
       default: {
         // Only a container may follow whitespace.
         skip_ws();
-        if (i_ == n_ || (s_[i_] != '[' && s_[i_] != '{')) return nullptr;
+        if (i_ == n_) return end();
+        if (s_[i_] != '[' && s_[i_] != '{') return error(ORLIX_JSON_ERROR_CHARACTER);
         const bool object = s_[i_] == '{';
         ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
-        if (container == nullptr) return nullptr;
+        if (container == nullptr) return error(ORLIX_JSON_ERROR_MEMORY);
         if (!stack_.push_back(Frame{container, nullptr})) {
           orlix_json_free(container);
-          return nullptr;
+          return error(ORLIX_JSON_ERROR_MEMORY);
         }
         ++i_;
         skip_ws();
-        if (i_ == n_) return nullptr;
+        if (i_ == n_) return end();
         if (s_[i_] == (object ? '}' : ']')) {
           ++i_;
           skip_ws();
@@ -334,9 +449,10 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
       if (!attach(node)) return nullptr;
       node = nullptr;
       const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
-      if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
+      if (i_ == n_) return end();
+      if (s_[i_] < 0x21 && !is_ws(s_[i_])) return error(ORLIX_JSON_ERROR_CHARACTER);
       skip_ws();
-      if (i_ == n_) return nullptr;
+      if (i_ == n_) return end();
       if (s_[i_] == (object ? '}' : ']')) {
         ++i_;
         skip_ws();
@@ -344,10 +460,10 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
         stack_.pop_back();
         continue;
       }
-      if (s_[i_] != ',') return nullptr;
+      if (s_[i_] != ',') return error(ORLIX_JSON_ERROR_CHARACTER);
       ++i_;
       skip_ws();
-      if (i_ == n_) return nullptr;
+      if (i_ == n_) return end();
       if (!object) break;  // the next element
       goto member;
     }
@@ -357,35 +473,94 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
     // A member name, a colon, then its value at the next level.
     const char *name;
     int32_t length;
-    if (!string(&name, &length)) return nullptr;
+    const int64_t at = i_;
+    if (!string(&name, &length)) {
+      // The name's first byte is taken for its quote unseen; when it is
+      // something else, that byte is the better thing to point at.
+      if (s_[at] != '"' && code_ != ORLIX_JSON_ERROR_MEMORY) {
+        code_ = ORLIX_JSON_ERROR_CHARACTER;
+        at_ = at;
+      }
+      return nullptr;
+    }
     stack_.back().pending = orlix::json::new_item(name, length, nullptr);
-    if (stack_.back().pending == nullptr) return nullptr;
-    if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
+    if (stack_.back().pending == nullptr) return error(ORLIX_JSON_ERROR_MEMORY);
+    if (i_ == n_) return end();
+    if (s_[i_] < 0x21 && !is_ws(s_[i_])) return error(ORLIX_JSON_ERROR_CHARACTER);
     skip_ws();
-    if (i_ == n_ || s_[i_] != ':') return nullptr;
+    if (i_ == n_) return end();
+    if (s_[i_] != ':') return error(ORLIX_JSON_ERROR_CHARACTER);
     ++i_;
     skip_ws();
-    if (i_ == n_) return nullptr;
+    if (i_ == n_) return end();
   }
   }
 }
 
 }  // namespace
 
-extern "C" ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length) {
+namespace {
+
+// Line and column (both 1-based) of a byte offset: lines end with a line
+// feed, and a column counts characters, that is, bytes that do not continue
+// a UTF-8 sequence.
+void locate(const unsigned char *text, int64_t offset, ORLIX_JSON_Error *error) {
+  uint32_t line = 1, column = 1;
+  for (int64_t i = 0; i < offset; ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      column = 1;
+    } else if ((text[i] & 0xC0) != 0x80) {
+      ++column;
+    }
+  }
+  error->line = line;
+  error->column = column;
+}
+
+// Both entry points: the decode and, on failure, the note of why and where
+// (when error is given).
+ORLIX_JSON *decode(const char *bytes, uint32_t length, ORLIX_JSON_Error *error) {
+  const auto text = reinterpret_cast<const unsigned char *>(bytes);
   const auto n = static_cast<int32_t>(length);
-  if (bytes == nullptr || n < 1) return nullptr;
+  const auto refuse = [&](uint32_t code, int64_t offset) -> ORLIX_JSON * {
+    if (error != nullptr) {
+      *error = ORLIX_JSON_Error{static_cast<uint64_t>(offset), 1, 1, code, kReasons[code]};
+      if (text != nullptr) locate(text, offset, error);
+    }
+    return nullptr;
+  };
+  if (bytes == nullptr) return refuse(ORLIX_JSON_ERROR_NO_INPUT, 0);
+  if (n < 0) return refuse(ORLIX_JSON_ERROR_TOO_LONG, 0);
+  if (n == 0) return refuse(ORLIX_JSON_ERROR_END, 0);
   int64_t consumed = 0;
   ORLIX_JSON *tree = nullptr;
+  uint32_t code;
+  int64_t offset;
   {
-    Decoder decoder(reinterpret_cast<const unsigned char *>(bytes), n);
+    Decoder decoder(text, n);
     tree = decoder.run(&consumed);
+    code = decoder.error_code();
+    offset = decoder.error_offset();
   }
+  if (tree == nullptr) return refuse(code, offset);
   // The value must use up the text exactly: nothing may follow a top-level
   // scalar, not even whitespace.
-  if (tree != nullptr && consumed != n) {
+  if (consumed != n) {
     orlix_json_free(tree);
-    return nullptr;
+    return refuse(ORLIX_JSON_ERROR_TRAILING, consumed);
   }
+  if (error != nullptr) *error = ORLIX_JSON_Error{0, 0, 0, ORLIX_JSON_ERROR_NONE, kReasons[0]};
   return tree;
+}
+
+}  // namespace
+
+extern "C" ORLIX_JSON *orlix_json_decode(const char *bytes, uint32_t length) {
+  return decode(bytes, length, nullptr);
+}
+
+extern "C" ORLIX_JSON *orlix_json_decodewitherror(const char *bytes, uint32_t length,
+                                                  ORLIX_JSON_Error *error) {
+  return decode(bytes, length, error);
 }
