@@ -46,14 +46,17 @@ campaign() {
   "$bin_dir/$name" -merge=1 -max_len="$max_len" -timeout="$timeout" "$dir/merged" \
     "$root/fuzz/corpus/$name" "$dir/corpus" >"$dir/merge.log" 2>&1 &&
     rm -f "$root/fuzz/corpus/$name"/* && cp "$dir/merged"/* "$root/fuzz/corpus/$name"/
-  local runs slowest findings after
+  local runs slowest findings slow after
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | tail -n 1)
   slowest=$(sed -n 's/^stat::slowest_unit_time_sec: *//p' "$dir/log" | tail -n 1)
-  findings=$(find "$dir/artifacts" -type f | wc -l)
+  # Crashes, leaks, time-outs and memory blow-ups are findings; inputs that
+  # were merely slow once (on a busy machine, often) are counted apart.
+  findings=$(find "$dir/artifacts" -type f ! -name 'slow-unit-*' | wc -l)
+  slow=$(find "$dir/artifacts" -type f -name 'slow-unit-*' | wc -l)
   after=$(find "$root/fuzz/corpus/$name" -type f | wc -l)
   cp "$dir/artifacts"/* "$artifacts"/ 2>/dev/null
-  printf '%-22s exit %-3d %12s runs  slowest %5ss  seeds %d -> %d  findings %d\n' \
-    "$name" "$status" "${runs:-?}" "${slowest:-?}" "$before" "$after" "$findings"
+  printf '%-22s exit %-3d %12s runs  slowest %5ss (%d over 1 s)  seeds %d -> %d  findings %d\n' \
+    "$name" "$status" "${runs:-?}" "${slowest:-?}" "$slow" "$before" "$after" "$findings"
   grep -E 'ERROR|property violated|SUMMARY|Slow unit' "$dir/log" | head -n 5 | sed 's/^/    /'
 }
 

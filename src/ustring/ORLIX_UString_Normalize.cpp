@@ -87,12 +87,28 @@ class Normalizer {
       : compatibility_(form == kNFKD || form == kNFKC),
         compose_(form == kNFC || form == kNFKC),
         decomposes_(compatibility_ ? unicode::kNfkdNo : unicode::kNfdNo),
+        inert_mask_(decomposes_ | kCombiningClassMask | (compose_ ? unicode::kFirst : 0u)),
         out_(out),
         run_(kModule),
         window_(kModule) {}
 
   // Code points held back: the run and the composition window.
   int64_t pending() const { return run_.size() + window_.size(); }
+
+  // True when nothing is held back and no starter waits to compose: an
+  // inert character pushed now would be written out at once and leave
+  // this state as it is.
+  bool settled() const { return run_.empty() && window_.empty() && !live_; }
+
+  // True for a character that a settled normalizer writes out untouched:
+  // class 0, no decomposition in this form, and (when composing) no
+  // composition it could start - neither the first of a pair nor a leading
+  // consonant or LV syllable, which compose by arithmetic. `bits` are its
+  // normalization bits.
+  bool inert(uint32_t cp, uint32_t bits) const {
+    return (bits & inert_mask_) == 0 &&
+           (!compose_ || (cp - hangul::LBase >= hangul::LCount && !hangul::is_lv(cp)));
+  }
 
   bool push(uint32_t cp) {
     const uint32_t bits = normalization_bits(cp);
@@ -229,6 +245,7 @@ class Normalizer {
   const bool compatibility_;
   const bool compose_;
   const uint32_t decomposes_;  // the quick-check No bit: a decomposition exists
+  const uint32_t inert_mask_;  // bits that keep a character from being inert
   ORLIX_UString_Buffer *out_;
   SmallBuffer<CombiningClassEntry, 32> run_;
   uint32_t first_mark_bits_ = 0;
@@ -475,6 +492,22 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
     const uint32_t cp = code_point_at(units, n, i, &width);
     if (is_surrogate(cp) || !normalizer.push(cp)) return nullptr;  // unpaired, or no memory
     i += width;
+    // Inert characters (text in most scripts is made of little else) are
+    // copied as they are while nothing is held back, as far as the buffer
+    // has room.
+    if (i < n && normalizer.settled()) {
+      uint16_t *out = b->data;
+      int64_t length = b->length;
+      const int64_t room_end = b->capacity - 4;
+      while (i < n && length < room_end) {
+        const uint16_t u = units[i];
+        if (is_surrogate(u) || !normalizer.inert(u, normalization_bits(u))) break;
+        out[length++] = u;
+        ++i;
+      }
+      b->charcount += length - b->length;
+      b->length = b->pos = length;
+    }
   }
   if (!normalizer.finish()) return nullptr;
   return detach(std::move(b));
