@@ -110,44 +110,6 @@ TEST(HexCodec, MatchesPython) {
   EXPECT_EQ(decoded, oracle);
 }
 
-// A hex filter over a memory stream, written in odd pieces and read back in
-// random ones, agrees with the one-shot codec.
-TEST(HexStream, ChainRoundTripInPieces) {
-  std::mt19937 rng(7);
-  for (int upper : {0, 1}) {
-    const std::string data = random_bytes(rng, 9000);
-    ORLIX_Stream *mem = orlix_stream_new_mem(0, nullptr);
-    ORLIX_Stream *hex = orlix_stream_new_hex(upper * 5, nullptr);
-    ASSERT_EQ(orlix_stream_push(hex, mem), 1);
-    for (size_t at = 0; at < data.size();) {
-      const size_t piece = std::min<size_t>(2 * (rng() % 1500) + 1, data.size() - at);
-      uint64_t n = 0;
-      ASSERT_EQ(orlix_stream_write(hex, data.data() + at, static_cast<int64_t>(piece), &n, nullptr),
-                1);
-      ASSERT_EQ(n, piece);
-      at += piece;
-    }
-    uint64_t len = 0;
-    ASSERT_EQ(orlix_stream_ctrl(hex, ORLIX_CTRL_GET_LENGTH, &len, nullptr), 1);  // passed down
-    EXPECT_EQ(len, 2 * data.size());
-    ASSERT_EQ(orlix_stream_ctrl(hex, ORLIX_CTRL_RESET, nullptr, nullptr), 1);
-    EXPECT_EQ(read_all(mem), encode(data, upper));
-
-    ASSERT_EQ(orlix_stream_ctrl(hex, ORLIX_CTRL_RESET, nullptr, nullptr), 1);
-    std::string back;
-    for (;;) {
-      std::string buf(1 + rng() % 1400, '\0');
-      uint64_t n = 0;
-      ASSERT_EQ(orlix_stream_read(hex, buf.data(), static_cast<int64_t>(buf.size()), &n, nullptr),
-                1);
-      if (n == 0) break;
-      back.append(buf.data(), n);
-    }
-    EXPECT_EQ(back, data);
-    orlix_stream_freeall(mem);
-  }
-}
-
 TEST(HexStream, WritesPiecesOfAtMost1024Bytes) {
   PieceSink sink;
   ORLIX_Stream *out = sink.make();

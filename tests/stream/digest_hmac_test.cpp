@@ -4,9 +4,10 @@
 // the failure entries of every path.
 #include <openssl/hmac.h>
 
-#include "stream2_util.hpp"
+#include "md_evp.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 

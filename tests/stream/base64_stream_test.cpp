@@ -3,9 +3,9 @@
 // codes and the failure entries of every path.
 #include <climits>
 
-#include "stream2_util.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 
@@ -331,26 +331,6 @@ TEST(Base64Stream, CarriesUnfinishedGroupsAcrossReads) {
   EXPECT_EQ(orlix_stream_ctrl(chain.get(), ORLIX_CTRL_EOF, nullptr, nullptr), 1);
 }
 
-// Small random reads over long text: decoded bytes beyond a read wait for
-// the next one, unfinished groups straddle the 1024-character passes.
-TEST(Base64Stream, RandomPieceSizesGiveTheSameBytes) {
-  std::mt19937 rng(4);
-  for (int round = 0; round < 8; ++round) {
-    const std::string data = RandomBytes(rng, 3000 + rng() % 4000);
-    const uint32_t eol = 1 + round % 4;
-    std::string text = EncodeStream(eol | (round & 1 ? kNoPad : 0u), 5 + round * 9, data);
-    for (size_t i = 0; i < text.size(); i += 1 + rng() % 50)
-      text.insert(i, 1, " \t\r\n"[rng() % 4]);
-    const uint32_t flags = 3 | (round & 1 ? kNoPad : 0u);
-    const auto piece = [&] { return static_cast<int64_t>(1 + rng() % (round < 4 ? 7 : 1500)); };
-    EXPECT_EQ(DecodeStream(flags, RoMem(text), piece).bytes, data) << round;
-    ShortSource src;
-    src.text = text;
-    src.piece = 0;
-    EXPECT_EQ(DecodeStream(flags, src.make(), piece).bytes, data) << round;
-  }
-}
-
 // A decoding failure is sticky: later reads fail, codes 11 and 20 answer 0.
 // The encoding side and other codes keep working.
 TEST(Base64Stream, DecodeFailureIsSticky) {
@@ -429,7 +409,7 @@ TEST(Base64Stream, EndOfAFailingSource) {
   static constexpr ORLIX_StreamMethod kFailing = {FailingMidway::read, nullptr, nullptr,
                                                   FailingMidway::ctrl};
   Chain chain =
-      Over(orlix_stream_new_base64(2, 64, 2, nullptr), MakeStream(&kFailing, 0x20043u, nullptr));
+      Over(orlix_stream_new_base64(2, 64, 2, nullptr), make_stream(&kFailing, 0x20043u, nullptr));
   EXPECT_FAIL_WITH(ctx, orlix_stream_read(chain.get(), out, 10, &n, &ctx),
                    ORLIX_ERR_STREAM_FILE_READ, "test_source");
 }

@@ -2,9 +2,10 @@
 // (shared, queue, read-only), file, and base64, hex and digest filters over
 // memory as sources; memory, file, the same filters and the null sink as
 // destinations.
-#include "stream2_util.hpp"
+#include "md_evp.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 

@@ -5,9 +5,9 @@
 // flag combination - back into the input.
 #include <cstdio>
 
-#include "stream2_util.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 
