@@ -11,6 +11,7 @@
 #include "ORLIX_Error.h"
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
+#include "owned.hpp"
 
 namespace {
 
@@ -51,10 +52,7 @@ std::string Output(const ORLIX_ErrCtx *ctx) {
   return text;
 }
 
-struct CtxDeleter {
-  void operator()(ORLIX_ErrCtx *c) const { orlix_err_ctx_free(c); }
-};
-using CtxPtr = std::unique_ptr<ORLIX_ErrCtx, CtxDeleter>;
+using CtxPtr = orlix_test::CtxPtr;
 CtxPtr NewCtx() { return CtxPtr(orlix_err_ctx_new()); }
 
 int Held(const ORLIX_ErrCtx &c) { return (c.head - c.tail + 32) % 32; }

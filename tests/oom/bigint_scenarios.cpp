@@ -9,18 +9,13 @@
 #include "ORLIX_Util.h"
 #include "scenario_util.hpp"
 #include "sweep.hpp"
+#include "owned.hpp"
 
 namespace {
 
-struct BigDeleter {
-  void operator()(ORLIX_BigInteger *a) const { orlix_biginteger_free(a); }
-};
-using Big = std::unique_ptr<ORLIX_BigInteger, BigDeleter>;
+using Big = orlix_test::Big;
 
-struct BlobDeleter {
-  void operator()(ORLIX_DataBlob *b) const { orlix_data_blob_free(b); }
-};
-using Blob = std::unique_ptr<ORLIX_DataBlob, BlobDeleter>;
+using Blob = orlix_test::Blob;
 
 int64_t ValueOf(const ORLIX_BigInteger *a) {
   int64_t v = 0;
