@@ -185,8 +185,8 @@ TEST_F(Base64Oracle, DecodersEveryFlagCombination) {
         ASSERT_EQ(one.bytes, s.data);
         const auto piece = [&] { return static_cast<int64_t>(1 + rng() % (rng() % 2 ? 5 : 3000)); };
         ASSERT_EQ(DecodeStream(flags, RoMem(text), piece).bytes, s.data);
-        ShortSource src;
-        src.text = text;
+        PieceSource src;
+        src.data = text;
         src.piece = 0;
         ASSERT_EQ(DecodeStream(flags, src.make(), piece).bytes, s.data);
 

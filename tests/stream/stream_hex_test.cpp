@@ -119,8 +119,8 @@ TEST(HexStream, WritesPiecesOfAtMost1024Bytes) {
   uint64_t n = 0;
   ASSERT_EQ(orlix_stream_write(hex, data.data(), 3000, &n, nullptr), 1);
   EXPECT_EQ(n, 3000u);
-  EXPECT_EQ(sink.writes, 3);
-  EXPECT_EQ(sink.largest_request, 2048);
+  EXPECT_EQ(sink.writes.size(), 3u);
+  EXPECT_EQ(sink.largest_write(), 2048);
   EXPECT_EQ(sink.data, encode(data, 0));
 
   // A failing sink's result comes back at once.
@@ -130,7 +130,7 @@ TEST(HexStream, WritesPiecesOfAtMost1024Bytes) {
   n = 99;
   EXPECT_EQ(orlix_stream_write(hex, data.data(), 3000, &n, &ctx), 0);
   EXPECT_TRUE(LastIs(ctx, ORLIX_ERR_STREAM_WRITE_FAIL, kTestKind, "Write stream fail"));
-  EXPECT_EQ(sink.writes, 2);
+  EXPECT_EQ(sink.writes.size(), 2u);
   orlix_stream_freeall(hex);
 }
 

@@ -83,6 +83,7 @@ constexpr const char kHmac[] = "ORLIX_Stream_HMAC";
 constexpr const char kTestKind[] = "test_kind";
 constexpr uint32_t kTestSourceType = 0x20040u;
 constexpr uint32_t kTestFilterType = 0x10040u;
+constexpr uint32_t kTestSinkType = 0x20041u;
 
 // A stream record over test-owned state; the state outlives the record.
 inline ORLIX_Stream *make_stream(const ORLIX_StreamMethod *method, uint32_t type, void *data) {
@@ -91,10 +92,11 @@ inline ORLIX_Stream *make_stream(const ORLIX_StreamMethod *method, uint32_t type
   return s;
 }
 
-// A source that hands out its data in pieces of at most `piece` bytes. At the
-// end a read returns 1 with 0 bytes, or fails when fail_at_end is set; a read
-// at position fail_at (before the end) fails too. ctrl 11 answers whether all
-// data was handed out, 1 rewinds, 2 gives the length.
+// A source that hands out its data in pieces of at most `piece` bytes (0: a
+// random size from 1 to 40 each time). At the end a read returns 1 with 0
+// bytes, or fails when fail_at_end is set; a read at position fail_at
+// (before the end) fails too. ctrl 11 answers whether all data was handed
+// out, 1 rewinds, 2 gives the length.
 struct PieceSource {
   std::string data;
   size_t piece = SIZE_MAX;
@@ -105,6 +107,7 @@ struct PieceSource {
   int64_t largest_request = 0;
   int reads = 0;
   int destroyed = 0;
+  std::mt19937 rng{7};
 
   static int read(ORLIX_Stream *s, void *buf, int64_t n, uint64_t *count, ORLIX_ErrCtx *ctx) {
     auto *p = static_cast<PieceSource *>(s->data);
@@ -114,7 +117,8 @@ struct PieceSource {
       orlix_err_ctx_put(ctx, kTestKind, 1, ORLIX_ERR_STREAM_FILE_READ, "read file fail");
       return 0;
     }
-    const size_t take = std::min({static_cast<size_t>(n), p->piece, p->data.size() - p->pos});
+    const size_t piece = p->piece == 0 ? 1 + p->rng() % 40 : p->piece;
+    const size_t take = std::min({static_cast<size_t>(n), piece, p->data.size() - p->pos});
     std::memcpy(buf, p->data.data() + p->pos, take);
     p->pos += take;
     if (count != nullptr) *count = take;
@@ -140,34 +144,41 @@ struct PieceSource {
 
 // A sink that accepts at most `piece` bytes per call, answers every other
 // call with 0 bytes when stall is set, and fails with fail_result once `limit`
-// bytes have been taken.
+// bytes have been taken. It remembers the size of every write and every ctrl
+// code it is asked (answering 1).
 struct PieceSink {
   std::string data;
   size_t piece = SIZE_MAX;
   size_t limit = SIZE_MAX;
   bool stall = false;
   int fail_result = 0;
-  int writes = 0;
-  int64_t largest_request = 0;
+  std::vector<int64_t> writes;
+  std::vector<int64_t> ctrls;
 
   static int write(ORLIX_Stream *s, const void *buf, int64_t n, uint64_t *count,
                    ORLIX_ErrCtx *ctx) {
     auto *p = static_cast<PieceSink *>(s->data);
-    ++p->writes;
-    p->largest_request = std::max(p->largest_request, n);
+    p->writes.push_back(n);
     if (p->data.size() >= p->limit) {
       orlix_err_ctx_put(ctx, kTestKind, 2, ORLIX_ERR_STREAM_WRITE_FAIL, "Write stream fail");
       return p->fail_result;
     }
     size_t take = std::min({static_cast<size_t>(n), p->piece, p->limit - p->data.size()});
-    if (p->stall && p->writes % 2 == 1) take = 0;
+    if (p->stall && p->writes.size() % 2 == 1) take = 0;
     p->data.append(static_cast<const char *>(buf), take);
-    *count = take;
+    if (count != nullptr) *count = take;
     return 1;
   }
-  static constexpr ORLIX_StreamMethod kMethod = {nullptr, write, nullptr, nullptr};
+  static int ctrl(ORLIX_Stream *s, int64_t code, void *, ORLIX_ErrCtx *) {
+    static_cast<PieceSink *>(s->data)->ctrls.push_back(code);
+    return 1;
+  }
+  static constexpr ORLIX_StreamMethod kMethod = {nullptr, write, nullptr, ctrl};
 
-  ORLIX_Stream *make() { return make_stream(&kMethod, kTestSourceType, this); }
+  ORLIX_Stream *make() { return make_stream(&kMethod, kTestSinkType, this); }
+  int64_t largest_write() const {
+    return writes.empty() ? 0 : *std::max_element(writes.begin(), writes.end());
+  }
 };
 
 inline std::string read_all(ORLIX_Stream *s, int64_t piece = 4096) {
@@ -220,70 +231,6 @@ struct TempFile {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
   }
-};
-
-// A sink of the test's own that accepts at most `piece` bytes per write,
-// remembers the size of every write and every ctrl code it is asked, and
-// answers 1 to every ctrl code.
-struct ShortSink {
-  std::string data;
-  size_t piece = SIZE_MAX;
-  bool fail = false;
-  std::vector<int64_t> writes;
-  std::vector<int64_t> ctrls;
-  static int write(ORLIX_Stream *s, const void *buf, int64_t n, uint64_t *count,
-                   ORLIX_ErrCtx *ctx) {
-    auto *p = static_cast<ShortSink *>(s->data);
-    p->writes.push_back(n);
-    if (p->fail) {
-      orlix_err_ctx_put(ctx, "test_sink", 1, ORLIX_ERR_STREAM_WRITE_FAIL, "Write stream fail");
-      return 0;
-    }
-    const size_t take = std::min(static_cast<size_t>(n), p->piece);
-    p->data.append(static_cast<const char *>(buf), take);
-    if (count != nullptr) *count = take;
-    return 1;
-  }
-  static int ctrl(ORLIX_Stream *s, int64_t code, void *, ORLIX_ErrCtx *) {
-    static_cast<ShortSink *>(s->data)->ctrls.push_back(code);
-    return 1;
-  }
-  static constexpr ORLIX_StreamMethod kMethod = {nullptr, write, nullptr, ctrl};
-  ORLIX_Stream *make() { return make_stream(&kMethod, 0x20041u, this); }
-};
-
-// A source of the test's own that hands out its text in reads of at most
-// `piece` characters (0 in the list: a random size from 1 to 40 each time),
-// returns 1 with 0 bytes at its end, or fails there when fail_at_end is set
-// (recording 0x10106 as a file would). ctrl 11 answers whether all was
-// read, 1 rewinds; other codes fail without an entry.
-struct ShortSource {
-  std::string text;
-  size_t piece = SIZE_MAX;
-  bool fail_at_end = false;
-  size_t pos = 0;
-  std::mt19937 rng{7};
-  static int read(ORLIX_Stream *s, void *buf, int64_t n, uint64_t *count, ORLIX_ErrCtx *ctx) {
-    auto *p = static_cast<ShortSource *>(s->data);
-    if (p->pos == p->text.size() && p->fail_at_end) {
-      orlix_err_ctx_put(ctx, "test_source", 1, ORLIX_ERR_STREAM_FILE_READ, "read file fail");
-      return 0;
-    }
-    const size_t piece = p->piece == 0 ? 1 + p->rng() % 40 : p->piece;
-    const size_t take = std::min({static_cast<size_t>(n), piece, p->text.size() - p->pos});
-    std::memcpy(buf, p->text.data() + p->pos, take);
-    p->pos += take;
-    if (count != nullptr) *count = take;
-    return 1;
-  }
-  static int ctrl(ORLIX_Stream *s, int64_t code, void *, ORLIX_ErrCtx *) {
-    auto *p = static_cast<ShortSource *>(s->data);
-    if (code == ORLIX_CTRL_EOF) return p->pos == p->text.size() ? 1 : 0;
-    if (code == ORLIX_CTRL_RESET) return p->pos = 0, 1;
-    return 0;
-  }
-  static constexpr ORLIX_StreamMethod kMethod = {read, nullptr, nullptr, ctrl};
-  ORLIX_Stream *make() { return make_stream(&kMethod, 0x20042u, this); }
 };
 
 // ---- base64 through a filter ----------------------------------------------------
