@@ -270,6 +270,7 @@ TEST(Base64Stream, PaddingRules) {
       {2, "TQ==TQ==", false, ""},  // nothing after a padded group
       {2, "TWE=TWFu", false, ""},
       {2, "TWE==", false, ""},     // a third "=" once the group is complete
+      {2, "TQ===", false, ""},
       {2, "TWFuTQ", true, "Man"},  // an unfinished group stays carried
       {2, "TQ=", true, ""},
       {2 | kNoPad, "TQ==", false, ""},  // unpadded input has no "="

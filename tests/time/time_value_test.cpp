@@ -201,6 +201,12 @@ TEST(time_value, DiffSecondsCountsLeapSeconds) {
   // A leap second at either end counts as well (both ends are included).
   EXPECT_EQ(orlix_time_diffseconds(leap.get(), before.get()), 2);
   EXPECT_EQ(orlix_time_diffseconds(leap.get(), leap.get()), 0);
+  // ... at every leap second of the list, each on its own date.
+  for (const LeapDate &l : kLeapDates)
+    EXPECT_EQ(orlix_time_diffseconds(Utc(l.year, l.month, l.day, 23, 59, 60).get(),
+                                     Utc(l.year, l.month, l.day, 23, 59, 59).get()),
+              2)
+        << l.year << "-" << l.month;
   EXPECT_EQ(orlix_time_diffseconds(Utc(2020, 1, 1, 0, 0, 0, 900).get(), Utc(2020, 1, 1).get()), 0);
   EXPECT_EQ(orlix_time_diffseconds(nullptr, nullptr), 0);
   EXPECT_EQ(orlix_time_diffseconds(nullptr, after.get()), INT64_MIN);
