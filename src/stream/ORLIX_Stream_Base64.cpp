@@ -7,6 +7,7 @@
 #include "ORLIX_Stream.h"
 #include "core/error.hpp"
 #include "core/memory.hpp"
+#include "stream/filter.hpp"
 
 namespace {
 
@@ -125,16 +126,9 @@ int64_t encode_groups(Base64Stream *b, const unsigned char *in, int64_t groups, 
 
 int b64_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
               ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK(Base64Stream, stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   auto *b = static_cast<Base64Stream *>(stream->data);
-  if (b == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
   const auto *in = static_cast<const unsigned char *>(buffer);
   unsigned char block[kBlock];
   char text[kBlockGroups * 6];  // four characters and at most one line ending per group
@@ -292,17 +286,10 @@ int decode_failed(Base64Stream *b, ORLIX_ErrCtx *ctx) {
 
 int b64_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
              ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK_STICKY(Base64Stream, failed, ORLIX_ERR_STREAM_BASE64_DECODE,
+                                                stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   auto *b = static_cast<Base64Stream *>(stream->data);
-  if (b == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (b->failed) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BASE64_DECODE);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
 
   auto *out = static_cast<unsigned char *>(buffer);
   int64_t delivered = 0;

@@ -19,12 +19,12 @@ struct Hmac {
 
 int hmac_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
               ORLIX_ErrCtx *ctx) {
-  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 int hmac_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
                ORLIX_ErrCtx *ctx) {
-  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 // The outer hash over (key ^ opad) followed by the inner digest.
