@@ -19,15 +19,33 @@ struct FreeDeleter {
 template <class T>
 using Owned = std::unique_ptr<T, FreeDeleter>;
 
+// Allocates an uninitialised array of n elements of T through the hooks.
+// NULL, without a request, when n is negative or n elements do not fit a
+// request's size.
+template <class T>
+inline T *alloc_array(int64_t n, const char *module, int line) {
+  constexpr auto kSize = static_cast<int64_t>(sizeof(T));
+  if (n < 0 || n > INT64_MAX / kSize) return nullptr;
+  return static_cast<T *>(orlix_malloc(n * kSize, module, line));
+}
+
 // Allocates an uninitialised T (a plain record) through the hooks.
 template <class T>
 inline T *alloc_record(const char *module, int line) {
-  return static_cast<T *>(orlix_malloc(static_cast<int64_t>(sizeof(T)), module, line));
+  return alloc_array<T>(1, module, line);
+}
+
+// Allocates an uninitialised T followed by `tail` bytes in one block.
+template <class T>
+inline T *alloc_with_tail(int64_t tail, const char *module, int line) {
+  constexpr auto kSize = static_cast<int64_t>(sizeof(T));
+  if (tail < 0 || tail > INT64_MAX - kSize) return nullptr;
+  return static_cast<T *>(orlix_malloc(kSize + tail, module, line));
 }
 
 // Allocates n bytes through the hooks.
 inline unsigned char *alloc_bytes(int64_t n, const char *module, int line) {
-  return static_cast<unsigned char *>(orlix_malloc(n, module, line));
+  return alloc_array<unsigned char>(n, module, line);
 }
 
 // Rounds n up to a multiple of 8 (capacities of growable buffers).
@@ -65,9 +83,7 @@ class SmallBuffer {
     if (n <= capacity_) return true;
     int64_t capacity = capacity_ * 2;
     if (capacity < n) capacity = n;
-    if (capacity > INT64_MAX / static_cast<int64_t>(sizeof(T))) return false;
-    auto *bigger = static_cast<T *>(
-        orlix_malloc(capacity * static_cast<int64_t>(sizeof(T)), module_, __LINE__));
+    auto *bigger = alloc_array<T>(capacity, module_, __LINE__);
     if (bigger == nullptr) return false;
     if (size_ > 0) std::memcpy(bigger, data_, static_cast<size_t>(size_) * sizeof(T));
     if (data_ != inline_) orlix_free(data_);

@@ -439,11 +439,11 @@ ORLIX_Stream *orlix_stream_new_base64(uint32_t encode_flags, int32_t line_length
   const uint32_t ws = decode_flags & ~kFlagBits;
   if (eol < ORLIX_BASE64_EOL_CR || eol > ORLIX_BASE64_EOL_NONE || ws < ORLIX_BASE64_WS_NONE ||
       ws > ORLIX_BASE64_WS_ALL)
-    return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BASE64_FLAG), nullptr;
+    return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_BASE64_FLAG);
   orlix::Owned<Base64Stream> b(orlix::alloc_record<Base64Stream>(kModule, __LINE__));
-  if (!b) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!b) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   std::memset(b.get(), 0, sizeof(Base64Stream));
   b->eol_mode = static_cast<int32_t>(eol);
   // Positive lengths grow by their remainder mod 4 (65 becomes 66); lines
@@ -523,7 +523,7 @@ int orlix_pemencode(const char *label, const void *data, int64_t length, char **
       body_length < 2 || body[body_length - 2] != '\r' || body[body_length - 1] != '\n';
   const int64_t needed = 2 * label_length + 34 + body_length + (needs_eol ? 2 : 0) + 1;
   if (needed > size) return 0;  // the armour always fits; refuse rather than overrun
-  orlix::Owned<char> out(static_cast<char *>(orlix_malloc(size, kModule, __LINE__)));
+  orlix::Owned<char> out(orlix::alloc_array<char>(size, kModule, __LINE__));
   if (!out) return 0;
   std::memset(out.get(), 0, static_cast<size_t>(size));
   int64_t n = std::snprintf(out.get(), static_cast<size_t>(size), "-----BEGIN %s-----\r\n", label);

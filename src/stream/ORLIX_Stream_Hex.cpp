@@ -146,9 +146,9 @@ extern "C" {
 
 ORLIX_Stream *orlix_stream_new_hex(int32_t uppercase, ORLIX_ErrCtx *ctx) {
   orlix::Owned<HexStream> h(orlix::alloc_record<HexStream>(kModule, __LINE__));
-  if (!h) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!h) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *h = HexStream{uppercase != 0 ? 1 : 0, 0, 0, 0};
   *stream = ORLIX_Stream{&hex_method, ORLIX_STREAM_TYPE_HEX, h.release(), nullptr, nullptr};
   return stream;
@@ -159,7 +159,7 @@ int orlix_hexencode(int32_t uppercase, const void *data, int64_t length, char **
   if (data == nullptr || length < 1 || text == nullptr || text_length == nullptr) return 0;
   if (length > (INT64_MAX - 1) / 2) return 0;
   *text_length = 2 * length;
-  *text = static_cast<char *>(orlix_malloc(2 * length + 1, kModule, __LINE__));
+  *text = orlix::alloc_array<char>(2 * length + 1, kModule, __LINE__);
   if (*text == nullptr) return 0;
   encode(static_cast<const unsigned char *>(data), length, uppercase != 0, *text);
   (*text)[2 * length] = '\0';

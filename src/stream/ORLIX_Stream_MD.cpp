@@ -153,15 +153,15 @@ int64_t hash(const ORLIX_MDMethod *method, const void *bytes, int64_t length,
 extern "C" {
 
 ORLIX_Stream *orlix_stream_new_md(const ORLIX_MDMethod *method, ORLIX_ErrCtx *ctx) {
-  if (method == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT), nullptr;
-  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD_MD), nullptr;
+  if (method == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_NULL_POINT);
+  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_BAD_MD);
   orlix::Owned<orlix::md::Digest> d(orlix::alloc_record<orlix::md::Digest>(kModule, __LINE__));
-  if (!d) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!d) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   if (!orlix::md::init_digest(d.get(), *method, kModule, ctx)) return nullptr;
   ORLIX_Stream *stream = wrap(d.get());
   if (stream == nullptr) {
     orlix::md::release_digest(d.get());
-    return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+    return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   }
   d.release();
   return stream;
