@@ -2,6 +2,7 @@
 // containers (so deep nesting costs heap, not C stack) and builds each node in
 // place. Its grammar is deliberately exact: what it accepts and refuses is
 // part of the library's contract, quirks included.
+#include <cassert>
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
@@ -76,6 +77,7 @@ class Decoder {
   Decoder(const unsigned char *text, int64_t length)
       : s_(text), n_(length), limit_(orlix_get_recursive_level()) {}
   ~Decoder() {
+    assert(node_ == nullptr);  // a failed state never leaves a value in hand
     for (int64_t k = 0; k < stack_.size(); ++k) {
       orlix::json::free_item(stack_[k].pending);
       orlix_json_free(stack_[k].node);
@@ -110,16 +112,27 @@ class Decoder {
 #endif
     while (i_ < n_ && is_ws(s_[i_])) ++i_;
   }
+  // Where in the grammar the decoder stands. Each state reads from i_ and
+  // names the next one; kDone leaves the finished tree in node_.
+  enum class State { kValue, kAfterValue, kMember, kDone, kFailed };
+  State value();
+  State open_container();
+  State after_value();
+  State member();
+
   ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
   ORLIX_JSON *number();
   bool string(const char **bytes, int32_t *length);
   bool escaped_string(int64_t run_start, bool *high);
   bool attach(ORLIX_JSON *node);
+  // A byte below '!' that is not whitespace may not follow a token.
+  bool bad_byte_after_token() const { return i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_])); }
 
   const unsigned char *s_;
   int64_t n_;
   int64_t i_ = 0;
   int32_t limit_;
+  ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
   orlix::SmallBuffer<Frame, 32> stack_{kModule};
   orlix::SmallBuffer<char, 256> scratch_{kModule};
 };
@@ -266,108 +279,125 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
+  assert(!stack_.empty());
   Frame &f = stack_.back();
   if (f.node->type == ORLIX_JSON_ARRAY) {
     if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
     orlix_json_free(node);
     return false;
   }
+  assert(f.pending != nullptr);
   f.pending->value = node;
   if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1) return false;
   f.pending = nullptr;
   return true;
 }
 
-ORLIX_JSON *Decoder::run(int64_t *consumed) {
-  ORLIX_JSON *node = nullptr;
-  for (;;) {
-    // A value starts at i_, at nesting level stack_.size().
-    if (i_ >= n_ || stack_.size() >= limit_) return nullptr;
-    switch (s_[i_]) {
-      case '"': {
-        const char *bytes;
-        int32_t length;
-        if (!string(&bytes, &length)) return nullptr;
-        node = orlix::json::new_string_unchecked(bytes, length);
-        break;
-      }
-      case 'n': node = literal("null", 4, make_null); break;
-      case 't': node = literal("true", 4, make_true); break;
-      case 'f': node = literal("false", 5, make_false); break;
-      case '-':
-      case '0': case '1': case '2': case '3': case '4':
-      case '5': case '6': case '7': case '8': case '9': node = number(); break;
-      default: {
-        // Only a container may follow whitespace.
-        skip_ws();
-        if (i_ == n_ || (s_[i_] != '[' && s_[i_] != '{')) return nullptr;
-        const bool object = s_[i_] == '{';
-        ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
-        if (container == nullptr) return nullptr;
-        if (!stack_.push_back(Frame{container, nullptr})) {
-          orlix_json_free(container);
-          return nullptr;
-        }
-        ++i_;
-        skip_ws();
-        if (i_ == n_) return nullptr;
-        if (s_[i_] == (object ? '}' : ']')) {
-          ++i_;
-          skip_ws();
-          node = container;
-          stack_.pop_back();
-          break;
-        }
-        if (!object) continue;  // the first element
-        goto member;
-      }
+// A value starts at i_, at nesting level stack_.size().
+Decoder::State Decoder::value() {
+  if (i_ >= n_ || stack_.size() >= limit_) return State::kFailed;
+  switch (s_[i_]) {
+    case '"': {
+      const char *bytes;
+      int32_t length;
+      if (!string(&bytes, &length)) return State::kFailed;
+      node_ = orlix::json::new_string_unchecked(bytes, length);
+      break;
     }
-    if (node == nullptr) return nullptr;
+    case 'n': node_ = literal("null", 4, make_null); break;
+    case 't': node_ = literal("true", 4, make_true); break;
+    case 'f': node_ = literal("false", 5, make_false); break;
+    case '-':
+    case '0': case '1': case '2': case '3': case '4':
+    case '5': case '6': case '7': case '8': case '9': node_ = number(); break;
+    default: return open_container();
+  }
+  return node_ != nullptr ? State::kAfterValue : State::kFailed;
+}
 
-    // A value is complete: attach it and read what follows, closing as many
-    // containers as the text closes.
-    for (;;) {
-      if (stack_.empty()) {
-        *consumed = i_;
-        return node;
-      }
-      if (!attach(node)) return nullptr;
-      node = nullptr;
-      const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
-      if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
-      skip_ws();
-      if (i_ == n_) return nullptr;
-      if (s_[i_] == (object ? '}' : ']')) {
-        ++i_;
-        skip_ws();
-        node = stack_.back().node;
-        stack_.pop_back();
-        continue;
-      }
-      if (s_[i_] != ',') return nullptr;
-      ++i_;
-      skip_ws();
-      if (i_ == n_) return nullptr;
-      if (!object) break;  // the next element
-      goto member;
-    }
-    continue;
-
-  member: {
-    // A member name, a colon, then its value at the next level.
-    const char *name;
-    int32_t length;
-    if (!string(&name, &length)) return nullptr;
-    stack_.back().pending = orlix::json::new_item(name, length, nullptr);
-    if (stack_.back().pending == nullptr) return nullptr;
-    if (i_ == n_ || (s_[i_] < 0x21 && !is_ws(s_[i_]))) return nullptr;
-    skip_ws();
-    if (i_ == n_ || s_[i_] != ':') return nullptr;
+// An array or object opens at i_ (only a container may follow whitespace).
+Decoder::State Decoder::open_container() {
+  skip_ws();
+  if (i_ == n_ || (s_[i_] != '[' && s_[i_] != '{')) return State::kFailed;
+  const bool object = s_[i_] == '{';
+  ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
+  if (container == nullptr) return State::kFailed;
+  if (!stack_.push_back(Frame{container, nullptr})) {
+    orlix_json_free(container);
+    return State::kFailed;
+  }
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return State::kFailed;
+  if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    if (i_ == n_) return nullptr;
+    node_ = container;
+    stack_.pop_back();
+    return State::kAfterValue;
   }
+  return object ? State::kMember : State::kValue;  // the first member or element
+}
+
+// node_ is complete: attach it and read what follows, closing one container
+// when the text closes it.
+Decoder::State Decoder::after_value() {
+  if (stack_.empty()) return State::kDone;
+  ORLIX_JSON *node = node_;
+  node_ = nullptr;
+  if (!attach(node)) return State::kFailed;
+  const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
+  if (bad_byte_after_token()) return State::kFailed;
+  skip_ws();
+  if (i_ == n_) return State::kFailed;
+  if (s_[i_] == (object ? '}' : ']')) {
+    ++i_;
+    skip_ws();
+    node_ = stack_.back().node;
+    stack_.pop_back();
+    return State::kAfterValue;
   }
+  if (s_[i_] != ',') return State::kFailed;
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return State::kFailed;
+  return object ? State::kMember : State::kValue;  // the next member or element
+}
+
+// A member name, a colon, then its value at the next level.
+Decoder::State Decoder::member() {
+  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT &&
+         stack_.back().pending == nullptr);
+  const char *name;
+  int32_t length;
+  if (!string(&name, &length)) return State::kFailed;
+  stack_.back().pending = orlix::json::new_item(name, length, nullptr);
+  if (stack_.back().pending == nullptr) return State::kFailed;
+  if (bad_byte_after_token()) return State::kFailed;
+  skip_ws();
+  if (i_ == n_ || s_[i_] != ':') return State::kFailed;
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return State::kFailed;
+  return State::kValue;
+}
+
+ORLIX_JSON *Decoder::run(int64_t *consumed) {
+  State state = State::kValue;
+  while (state != State::kDone && state != State::kFailed) {
+    switch (state) {
+      case State::kValue: state = value(); break;
+      case State::kAfterValue: state = after_value(); break;
+      case State::kMember: state = member(); break;
+      case State::kDone:
+      case State::kFailed: break;
+    }
+  }
+  if (state == State::kFailed) return nullptr;
+  *consumed = i_;
+  ORLIX_JSON *tree = node_;
+  node_ = nullptr;
+  return tree;
 }
 
 }  // namespace
