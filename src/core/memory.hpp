@@ -2,6 +2,7 @@
 // through the standard containers; these keep ownership explicit instead.
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -73,9 +74,18 @@ class SmallBuffer {
   T *data() { return data_; }
   int64_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  T &back() { return data_[size_ - 1]; }
-  T &operator[](int64_t i) { return data_[i]; }
-  void pop_back() { --size_; }
+  T &back() {
+    assert(size_ > 0);
+    return data_[size_ - 1];
+  }
+  T &operator[](int64_t i) {
+    assert(i >= 0 && i < size_);
+    return data_[i];
+  }
+  void pop_back() {
+    assert(size_ > 0);
+    --size_;
+  }
   void clear() { size_ = 0; }
 
   // Makes room for at least n elements in all.
@@ -93,6 +103,7 @@ class SmallBuffer {
   }
   bool push_back(const T &v) {
     if (size_ == capacity_ && !reserve(size_ + 1)) return false;
+    assert(size_ < capacity_);
     data_[size_++] = v;
     return true;
   }
