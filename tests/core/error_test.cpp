@@ -104,9 +104,10 @@ TEST(ErrorContext, PutRefusesWithoutChange) {
 
 TEST(ErrorContext, DescriptionIsCutAtSixtyThreeAndPadded) {
   ORLIX_ErrCtx ctx{};
+  std::memset(ctx.entries[0].description, 'x', sizeof ctx.entries[0].description);
   const std::string hundred(100, 'd');
   ASSERT_EQ(orlix_err_ctx_put(&ctx, "M", 1, 2, hundred.c_str()), 1);
-  EXPECT_EQ(std::string(ctx.entries[0].description), hundred.substr(0, 63));
+  EXPECT_EQ(std::string(ctx.entries[0].description), hundred.substr(0, 63));  // ended in place
 
   // A reused slot holding a long text: a short text is NUL-padded, NULL
   // leaves the empty text.
