@@ -68,9 +68,8 @@ bool make_utc(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t mi
 // Field by field, year down to nanosecond; the flags are ignored.
 int compare_fields(const Time &a, const Time &b);
 bool isLeapSecond(const Time &t);
-// Leap seconds L with a < L < b. This and the next keep the names (and the
-// conventions, strict and inclusive) the family has always documented for
-// them, near-twins as they are; the other helpers here are snake_case.
+// Leap seconds L with a < L < b. This and the next keep their established
+// names (and conventions, strict and inclusive), near-twins as they are.
 int32_t leapsecondCount(const Time &a, const Time &b);
 // Leap seconds L with b <= L <= a.
 int32_t leapsecondcound(const Time &a, const Time &b);

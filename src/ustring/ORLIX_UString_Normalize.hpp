@@ -3,10 +3,10 @@
 // in, the code-point predicates of the preparation profiles, and the table
 // look-ups by binary search that define what every faster path must answer.
 //
-// Names: the buffer operations, the predicates and the comparators keep the
-// names the family's documentation gives them (ORLIX_UString_Buffer_*,
-// getCharCombiningClass, iscombingmark, combiningClassCmp, ...), mixed as
-// those are; everything else here is snake_case.
+// Names: the buffer operations, the predicates and the comparators keep their
+// established names (ORLIX_UString_Buffer_*, getCharCombiningClass,
+// iscombingmark, combiningClassCmp, ...), mixed as those are; everything else
+// here is snake_case.
 #pragma once
 
 #include <cstdint>
