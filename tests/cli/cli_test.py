@@ -91,6 +91,11 @@ def group_base64():
     expect("decode blank refused", ["base64", "-d", "--ws", "none"], b"YWJj\n", b"", 1,
            r"orlix base64: base64 decode fail \(ORLIX_Stream_Base64, line \d+\)\n")
     expect("bad eol", ["base64", "--eol", "dos"], b"", code=2)
+    with tempfile.TemporaryDirectory() as d:
+        path = os.path.join(d, "in.bin")
+        with open(path, "wb") as f:
+            f.write(b"abc")
+        expect("file argument", ["base64", path], out=b"YWJj")
 
 
 def group_hex_pem():
@@ -145,6 +150,7 @@ def group_time():
     expect("unknown zone", ["time", "now", "--zone", "Mars/Olympus"], code=1,
            err=r"orlix time: unknown zone Mars/Olympus\n")
     expect("bad time", ["time", "convert", "yesterday"], code=2)
+    expect("two times", ["time", "convert", "2016-07-01 12:00:00", "2016-07-01 13:00:00"], code=2)
     zones = expect("zones", ["time", "zones"]).decode().splitlines()
     if len(zones) != 582 or zones[414] != "414 Etc/UTC" or zones[0] != "  0 Africa/Abidjan":
         failures.append("zones: unexpected listing")
