@@ -179,6 +179,9 @@ ORLIX_OOM_GMP_SCENARIO(LargeOperands, 16) {
   if (!gcd) return false;
   Big mulmod(orlix_biginteger_mulmod(x.get(), y.get(), m.get()));
   if (!mulmod) return false;
+  char *text = nullptr;  // GMP's conversion takes temporaries of its own
+  if (orlix_biginteger_unsigned_todec(m.get(), &text, nullptr) != 1) return false;
+  orlix_free(text);
   Big prime(orlix_biginteger_newdec("40234967541156120656123962919"));
   if (!prime) return false;
   const int is_prime = orlix_biginteger_isprime(prime.get());
