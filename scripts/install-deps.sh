@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a build needs when it is missing; safe to run again.
 #   install-deps.sh build   compiler, CMake, Ninja, GMP, GoogleTest and the
-#                           tests' oracles (Python, OpenSSL, libidn, locale
+#                           tests' oracles (Python, OpenSSL, locale
 #                           sources) (the default)
 #   install-deps.sh deb     what make deb needs: dpkg-shlibdeps, file, lintian
 #   install-deps.sh fuzz    clang with libFuzzer
@@ -11,7 +11,7 @@ set -euo pipefail
 what=${1:-build}
 case "$what" in
   build) packages=(g++ cmake ninja-build pkg-config python3 libgtest-dev libgmock-dev libgmp-dev
-                  libssl-dev openssl libidn11-dev locales) ;;
+                  libssl-dev openssl locales) ;;
   deb)   packages=(dpkg-dev file lintian) ;;
   fuzz)  packages=(clang libclang-rt-dev) ;;
   bench) packages=(libbenchmark-dev libssl-dev libsodium-dev libjansson-dev libcjson-dev

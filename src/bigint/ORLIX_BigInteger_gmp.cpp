@@ -417,7 +417,7 @@ int orlix_biginteger_unsigned_todec(const ORLIX_BigInteger *a, char **text, int6
   if (text != nullptr) *text = nullptr;
   if (a == nullptr || text == nullptr || mpz_sgn(a->value) < 0) return 0;
   const auto digits = static_cast<int64_t>(mpz_sizeinbase(a->value, 10));
-  orlix::Owned<char> out(static_cast<char *>(orlix_malloc(2 * digits + 10, kModule, __LINE__)));
+  orlix::Owned<char> out(orlix::alloc_array<char>(2 * digits + 10, kModule, __LINE__));
   if (!out) return 0;
   // GMP writes into our buffer; only its own temporaries can fail.
   if (!guarded(false, [&] { return mpz_get_str(out.get(), 10, a->value) != nullptr; })) return 0;

@@ -34,9 +34,7 @@ void release_slots(ORLIX_ArrayList *list) {
 }
 
 void **new_slots(int64_t n) {
-  auto **slots = static_cast<void **>(
-      orlix_malloc(n * static_cast<int64_t>(sizeof(void *)), kModule, __LINE__));
-  return slots;
+  return orlix::alloc_array<void *>(n, kModule, __LINE__);
 }
 
 // Doubles the slot array when it is full. Leaves the list untouched on failure.

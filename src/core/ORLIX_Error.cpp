@@ -2,6 +2,7 @@
 // and the per-thread last error.
 #include "ORLIX_Error.h"
 
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -65,7 +66,11 @@ bool ring_ok(const ORLIX_ErrCtx *ctx) {
   return ctx->head >= 0 && ctx->head < kRing && ctx->tail >= 0 && ctx->tail < kRing;
 }
 
-int32_t newest_index(const ORLIX_ErrCtx *ctx) { return ctx->head == 0 ? kRing - 1 : ctx->head - 1; }
+// Callers have checked the indices with ring_ok and that the ring holds an entry.
+int32_t newest_index(const ORLIX_ErrCtx *ctx) {
+  assert(ring_ok(ctx) && ctx->head != ctx->tail);
+  return ctx->head == 0 ? kRing - 1 : ctx->head - 1;
+}
 
 }  // namespace
 
@@ -112,6 +117,7 @@ int orlix_err_ctx_put(ORLIX_ErrCtx *ctx, const char *module, int32_t line, uint3
     std::memset(e.description, 0, sizeof e.description);
   }
   ctx->head = next;
+  assert(ring_ok(ctx) && ctx->head != ctx->tail);  // a put never leaves the ring empty
   return 1;
 }
 

@@ -1,6 +1,7 @@
 // Internal helpers for recording failures into error contexts.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ORLIX_Error.h"
@@ -28,6 +29,12 @@ inline int fail(ORLIX_ErrCtx *ctx, const char *module, int line, uint32_t code) 
   return 0;
 }
 
+// Records code and returns NULL, the failure result of constructors.
+inline std::nullptr_t fail_null(ORLIX_ErrCtx *ctx, const char *module, int line, uint32_t code) {
+  raise(ctx, module, line, code);
+  return nullptr;
+}
+
 // Re-records the newest entry of `from` (if any) into `to`.
 void forward_last(const ORLIX_ErrCtx &from, ORLIX_ErrCtx *to);
 
@@ -36,3 +43,4 @@ void forward_last(const ORLIX_ErrCtx &from, ORLIX_ErrCtx *to);
 // Each source file defines `constexpr const char kModule[]` before using these.
 #define ORLIX_RAISE(ctx, code) ::orlix::raise((ctx), kModule, __LINE__, (code))
 #define ORLIX_FAIL(ctx, code) ::orlix::fail((ctx), kModule, __LINE__, (code))
+#define ORLIX_FAIL_NULL(ctx, code) ::orlix::fail_null((ctx), kModule, __LINE__, (code))

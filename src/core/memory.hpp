@@ -2,6 +2,7 @@
 // through the standard containers; these keep ownership explicit instead.
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -19,15 +20,33 @@ struct FreeDeleter {
 template <class T>
 using Owned = std::unique_ptr<T, FreeDeleter>;
 
+// Allocates an uninitialised array of n elements of T through the hooks.
+// NULL, without a request, when n is negative or n elements do not fit a
+// request's size.
+template <class T>
+inline T *alloc_array(int64_t n, const char *module, int line) {
+  constexpr auto kSize = static_cast<int64_t>(sizeof(T));
+  if (n < 0 || n > INT64_MAX / kSize) return nullptr;
+  return static_cast<T *>(orlix_malloc(n * kSize, module, line));
+}
+
 // Allocates an uninitialised T (a plain record) through the hooks.
 template <class T>
 inline T *alloc_record(const char *module, int line) {
-  return static_cast<T *>(orlix_malloc(static_cast<int64_t>(sizeof(T)), module, line));
+  return alloc_array<T>(1, module, line);
+}
+
+// Allocates an uninitialised T followed by `tail` bytes in one block.
+template <class T>
+inline T *alloc_with_tail(int64_t tail, const char *module, int line) {
+  constexpr auto kSize = static_cast<int64_t>(sizeof(T));
+  if (tail < 0 || tail > INT64_MAX - kSize) return nullptr;
+  return static_cast<T *>(orlix_malloc(kSize + tail, module, line));
 }
 
 // Allocates n bytes through the hooks.
 inline unsigned char *alloc_bytes(int64_t n, const char *module, int line) {
-  return static_cast<unsigned char *>(orlix_malloc(n, module, line));
+  return alloc_array<unsigned char>(n, module, line);
 }
 
 // Rounds n up to a multiple of 8 (capacities of growable buffers).
@@ -55,9 +74,18 @@ class SmallBuffer {
   T *data() { return data_; }
   int64_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  T &back() { return data_[size_ - 1]; }
-  T &operator[](int64_t i) { return data_[i]; }
-  void pop_back() { --size_; }
+  T &back() {
+    assert(size_ > 0);
+    return data_[size_ - 1];
+  }
+  T &operator[](int64_t i) {
+    assert(i >= 0 && i < size_);
+    return data_[i];
+  }
+  void pop_back() {
+    assert(size_ > 0);
+    --size_;
+  }
   void clear() { size_ = 0; }
 
   // Makes room for at least n elements in all.
@@ -65,9 +93,7 @@ class SmallBuffer {
     if (n <= capacity_) return true;
     int64_t capacity = capacity_ * 2;
     if (capacity < n) capacity = n;
-    if (capacity > INT64_MAX / static_cast<int64_t>(sizeof(T))) return false;
-    auto *bigger = static_cast<T *>(
-        orlix_malloc(capacity * static_cast<int64_t>(sizeof(T)), module_, __LINE__));
+    auto *bigger = alloc_array<T>(capacity, module_, __LINE__);
     if (bigger == nullptr) return false;
     if (size_ > 0) std::memcpy(bigger, data_, static_cast<size_t>(size_) * sizeof(T));
     if (data_ != inline_) orlix_free(data_);
@@ -77,6 +103,7 @@ class SmallBuffer {
   }
   bool push_back(const T &v) {
     if (size_ == capacity_ && !reserve(size_ + 1)) return false;
+    assert(size_ < capacity_);
     data_[size_++] = v;
     return true;
   }

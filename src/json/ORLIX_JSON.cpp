@@ -31,8 +31,8 @@ void free_value(void *node) { orlix_json_free(static_cast<ORLIX_JSON *>(node)); 
 // A container and its list share one block: the list is placed right after
 // the node.
 ORLIX_JSON *new_container(uint32_t type) {
-  auto *node = static_cast<ORLIX_JSON *>(orlix_malloc(
-      static_cast<int64_t>(sizeof(ORLIX_JSON)) + iorlix_arraylist_footprint(), kModule, __LINE__));
+  auto *node =
+      orlix::alloc_with_tail<ORLIX_JSON>(iorlix_arraylist_footprint(), kModule, __LINE__);
   if (node == nullptr) return nullptr;
   node->type = type;
   node->length = 0;
@@ -141,8 +141,7 @@ namespace orlix::json {
 
 ORLIX_JSON *new_string_unchecked(const char *bytes, int32_t length) {
   // The bytes share the node's block, so a string costs one allocation.
-  auto *node = static_cast<ORLIX_JSON *>(
-      orlix_malloc(static_cast<int64_t>(sizeof(ORLIX_JSON)) + length + 1, kModule, __LINE__));
+  auto *node = orlix::alloc_with_tail<ORLIX_JSON>(length + 1, kModule, __LINE__);
   if (node == nullptr) return nullptr;
   char *text = reinterpret_cast<char *>(node + 1);
   if (length > 0) std::memcpy(text, bytes, static_cast<size_t>(length));
@@ -155,8 +154,8 @@ ORLIX_JSON *new_string_unchecked(const char *bytes, int32_t length) {
 
 ObjectItem *new_item(const char *name, int32_t length, ORLIX_JSON *value) {
   // One block: the item, its name node, the name bytes and a NUL.
-  constexpr int64_t kHead = sizeof(ObjectItem) + sizeof(ORLIX_JSON);
-  auto *item = static_cast<ObjectItem *>(orlix_malloc(kHead + length + 1, kModule, __LINE__));
+  auto *item = orlix::alloc_with_tail<ObjectItem>(
+      static_cast<int64_t>(sizeof(ORLIX_JSON)) + length + 1, kModule, __LINE__);
   if (item == nullptr) return nullptr;
   auto *name_node = reinterpret_cast<ORLIX_JSON *>(item + 1);
   char *text = reinterpret_cast<char *>(name_node + 1);

@@ -4,6 +4,7 @@
 // part of the library's contract, quirks included. When it refuses a text it
 // notes why and where, for orlix_json_decodewitherror; orlix_json_decode
 // runs the same code and ignores the note.
+#include <cassert>
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
@@ -133,6 +134,7 @@ class Decoder {
   Decoder(const unsigned char *text, int64_t length)
       : s_(text), n_(length), limit_(orlix_get_recursive_level()) {}
   ~Decoder() {
+    assert(node_ == nullptr);  // a failed state never leaves a value in hand
     for (int64_t k = 0; k < stack_.size(); ++k) {
       orlix::json::free_item(stack_[k].pending);
       orlix_json_free(stack_[k].node);
@@ -158,11 +160,6 @@ class Decoder {
     }
     return false;
   }
-  ORLIX_JSON *error(uint32_t code) {
-    fail(code, i_);
-    return nullptr;
-  }
-  ORLIX_JSON *end() { return error(ORLIX_JSON_ERROR_END); }
 
   void skip_ws() {
     if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
@@ -186,11 +183,28 @@ class Decoder {
 #endif
     while (i_ < n_ && is_ws(s_[i_])) ++i_;
   }
+  // Where in the grammar the decoder stands. Each state reads from i_ and
+  // names the next one; kDone leaves the finished tree in node_.
+  enum class State { kValue, kAfterValue, kMember, kDone, kFailed };
+  // Notes why decoding stops at i_, and stops.
+  State refuse(uint32_t code) {
+    fail(code, i_);
+    return State::kFailed;
+  }
+  State ended() { return refuse(ORLIX_JSON_ERROR_END); }
+  State value();
+  State open_container();
+  State after_value();
+  State member();
+
   ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
   ORLIX_JSON *number();
   bool string(const char **bytes, int32_t *length);
   bool escaped_string(int64_t run_start, bool *high);
   bool attach(ORLIX_JSON *node);
+  // A byte below '!' that is not whitespace may not follow a token (i_ is
+  // within the text).
+  bool bad_byte_after_token() const { return s_[i_] < 0x21 && !is_ws(s_[i_]); }
 
   const unsigned char *s_;
   int64_t n_;
@@ -198,6 +212,7 @@ class Decoder {
   int32_t limit_;
   uint32_t code_ = ORLIX_JSON_ERROR_NONE;
   int64_t at_ = 0;
+  ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
   orlix::SmallBuffer<Frame, 32> stack_{kModule};
   orlix::SmallBuffer<char, 256> scratch_{kModule};
 };
@@ -373,12 +388,14 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
+  assert(!stack_.empty());
   Frame &f = stack_.back();
   if (f.node->type == ORLIX_JSON_ARRAY) {
     if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
     orlix_json_free(node);
     return fail(ORLIX_JSON_ERROR_MEMORY, i_);
   }
+  assert(f.pending != nullptr);
   f.pending->value = node;
   if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1)
     return fail(ORLIX_JSON_ERROR_MEMORY, i_);
@@ -386,115 +403,131 @@ bool Decoder::attach(ORLIX_JSON *node) {
   return true;
 }
 
-ORLIX_JSON *Decoder::run(int64_t *consumed) {
-  ORLIX_JSON *node = nullptr;
-  for (;;) {
-    // A value starts at i_, at nesting level stack_.size().
-    if (i_ >= n_) return end();
-    if (stack_.size() >= limit_) return error(ORLIX_JSON_ERROR_NESTING);
-    switch (s_[i_]) {
-      case '"': {
-        const int64_t at = i_;
-        const char *bytes;
-        int32_t length;
-        if (!string(&bytes, &length)) return nullptr;
-        node = orlix::json::new_string_unchecked(bytes, length);
-        if (node == nullptr) {
-          fail(ORLIX_JSON_ERROR_MEMORY, at);
-          return nullptr;
-        }
-        break;
+// A value starts at i_, at nesting level stack_.size().
+Decoder::State Decoder::value() {
+  if (i_ >= n_) return ended();
+  if (stack_.size() >= limit_) return refuse(ORLIX_JSON_ERROR_NESTING);
+  switch (s_[i_]) {
+    case '"': {
+      const int64_t at = i_;
+      const char *bytes;
+      int32_t length;
+      if (!string(&bytes, &length)) return State::kFailed;
+      node_ = orlix::json::new_string_unchecked(bytes, length);
+      if (node_ == nullptr) {
+        fail(ORLIX_JSON_ERROR_MEMORY, at);
+        return State::kFailed;
       }
-      case 'n': node = literal("null", 4, make_null); break;
-      case 't': node = literal("true", 4, make_true); break;
-      case 'f': node = literal("false", 5, make_false); break;
-      case '-':
-      case '0': case '1': case '2': case '3': case '4':
-      case '5': case '6': case '7': case '8': case '9': node = number(); break;
-      default: {
-        // Only a container may follow whitespace.
-        skip_ws();
-        if (i_ == n_) return end();
-        if (s_[i_] != '[' && s_[i_] != '{') return error(ORLIX_JSON_ERROR_CHARACTER);
-        const bool object = s_[i_] == '{';
-        ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
-        if (container == nullptr) return error(ORLIX_JSON_ERROR_MEMORY);
-        if (!stack_.push_back(Frame{container, nullptr})) {
-          orlix_json_free(container);
-          return error(ORLIX_JSON_ERROR_MEMORY);
-        }
-        ++i_;
-        skip_ws();
-        if (i_ == n_) return end();
-        if (s_[i_] == (object ? '}' : ']')) {
-          ++i_;
-          skip_ws();
-          node = container;
-          stack_.pop_back();
-          break;
-        }
-        if (!object) continue;  // the first element
-        goto member;
-      }
+      return State::kAfterValue;
     }
-    if (node == nullptr) return nullptr;
+    case 'n': node_ = literal("null", 4, make_null); break;
+    case 't': node_ = literal("true", 4, make_true); break;
+    case 'f': node_ = literal("false", 5, make_false); break;
+    case '-':
+    case '0': case '1': case '2': case '3': case '4':
+    case '5': case '6': case '7': case '8': case '9': node_ = number(); break;
+    default: return open_container();
+  }
+  // The literal and number readers note their own failures.
+  return node_ != nullptr ? State::kAfterValue : State::kFailed;
+}
 
-    // A value is complete: attach it and read what follows, closing as many
-    // containers as the text closes.
-    for (;;) {
-      if (stack_.empty()) {
-        *consumed = i_;
-        return node;
-      }
-      if (!attach(node)) return nullptr;
-      node = nullptr;
-      const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
-      if (i_ == n_) return end();
-      if (s_[i_] < 0x21 && !is_ws(s_[i_])) return error(ORLIX_JSON_ERROR_CHARACTER);
-      skip_ws();
-      if (i_ == n_) return end();
-      if (s_[i_] == (object ? '}' : ']')) {
-        ++i_;
-        skip_ws();
-        node = stack_.back().node;
-        stack_.pop_back();
-        continue;
-      }
-      if (s_[i_] != ',') return error(ORLIX_JSON_ERROR_CHARACTER);
-      ++i_;
-      skip_ws();
-      if (i_ == n_) return end();
-      if (!object) break;  // the next element
-      goto member;
-    }
-    continue;
-
-  member: {
-    // A member name, a colon, then its value at the next level.
-    const char *name;
-    int32_t length;
-    const int64_t at = i_;
-    if (!string(&name, &length)) {
-      // The name's first byte is taken for its quote unseen; when it is
-      // something else, that byte is the better thing to point at.
-      if (s_[at] != '"' && code_ != ORLIX_JSON_ERROR_MEMORY) {
-        code_ = ORLIX_JSON_ERROR_CHARACTER;
-        at_ = at;
-      }
-      return nullptr;
-    }
-    stack_.back().pending = orlix::json::new_item(name, length, nullptr);
-    if (stack_.back().pending == nullptr) return error(ORLIX_JSON_ERROR_MEMORY);
-    if (i_ == n_) return end();
-    if (s_[i_] < 0x21 && !is_ws(s_[i_])) return error(ORLIX_JSON_ERROR_CHARACTER);
-    skip_ws();
-    if (i_ == n_) return end();
-    if (s_[i_] != ':') return error(ORLIX_JSON_ERROR_CHARACTER);
+// An array or object opens at i_ (only a container may follow whitespace).
+Decoder::State Decoder::open_container() {
+  skip_ws();
+  if (i_ == n_) return ended();
+  if (s_[i_] != '[' && s_[i_] != '{') return refuse(ORLIX_JSON_ERROR_CHARACTER);
+  const bool object = s_[i_] == '{';
+  ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
+  if (container == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  if (!stack_.push_back(Frame{container, nullptr})) {
+    orlix_json_free(container);
+    return refuse(ORLIX_JSON_ERROR_MEMORY);
+  }
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return ended();
+  if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    if (i_ == n_) return end();
+    node_ = container;
+    stack_.pop_back();
+    return State::kAfterValue;
   }
+  return object ? State::kMember : State::kValue;  // the first member or element
+}
+
+// node_ is complete: attach it and read what follows, closing one container
+// when the text closes it.
+Decoder::State Decoder::after_value() {
+  if (stack_.empty()) return State::kDone;
+  ORLIX_JSON *node = node_;
+  node_ = nullptr;
+  if (!attach(node)) return State::kFailed;
+  const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
+  if (i_ == n_) return ended();
+  if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
+  skip_ws();
+  if (i_ == n_) return ended();
+  if (s_[i_] == (object ? '}' : ']')) {
+    ++i_;
+    skip_ws();
+    node_ = stack_.back().node;
+    stack_.pop_back();
+    return State::kAfterValue;
   }
+  if (s_[i_] != ',') return refuse(ORLIX_JSON_ERROR_CHARACTER);
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return ended();
+  return object ? State::kMember : State::kValue;  // the next member or element
+}
+
+// A member name, a colon, then its value at the next level.
+Decoder::State Decoder::member() {
+  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT &&
+         stack_.back().pending == nullptr);
+  const char *name;
+  int32_t length;
+  const int64_t at = i_;
+  if (!string(&name, &length)) {
+    // The name's first byte is taken for its quote unseen; when it is
+    // something else, that byte is the better thing to point at.
+    if (s_[at] != '"' && code_ != ORLIX_JSON_ERROR_MEMORY) {
+      code_ = ORLIX_JSON_ERROR_CHARACTER;
+      at_ = at;
+    }
+    return State::kFailed;
+  }
+  stack_.back().pending = orlix::json::new_item(name, length, nullptr);
+  if (stack_.back().pending == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  if (i_ == n_) return ended();
+  if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
+  skip_ws();
+  if (i_ == n_) return ended();
+  if (s_[i_] != ':') return refuse(ORLIX_JSON_ERROR_CHARACTER);
+  ++i_;
+  skip_ws();
+  if (i_ == n_) return ended();
+  return State::kValue;
+}
+
+ORLIX_JSON *Decoder::run(int64_t *consumed) {
+  State state = State::kValue;
+  while (state != State::kDone && state != State::kFailed) {
+    switch (state) {
+      case State::kValue: state = value(); break;
+      case State::kAfterValue: state = after_value(); break;
+      case State::kMember: state = member(); break;
+      case State::kDone:
+      case State::kFailed: break;
+    }
+  }
+  if (state == State::kFailed) return nullptr;
+  *consumed = i_;
+  ORLIX_JSON *tree = node_;
+  node_ = nullptr;
+  return tree;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "core/error.hpp"
 #include "core/memory.hpp"
 #include "stream/ORLIX_Stream_Base64_Vector.hpp"
+#include "stream/filter.hpp"
 
 namespace {
 
@@ -135,16 +136,9 @@ int64_t encode_groups(Base64Stream *b, const unsigned char *in, int64_t groups, 
 
 int b64_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
               ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK(Base64Stream, stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   auto *b = static_cast<Base64Stream *>(stream->data);
-  if (b == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
   const auto *in = static_cast<const unsigned char *>(buffer);
   unsigned char block[kBlock];
   char text[kBlockGroups * 6];  // four characters and at most one line ending per group
@@ -317,17 +311,10 @@ int decode_failed(Base64Stream *b, ORLIX_ErrCtx *ctx) {
 
 int b64_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
              ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK_STICKY(Base64Stream, failed, ORLIX_ERR_STREAM_BASE64_DECODE,
+                                                stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   auto *b = static_cast<Base64Stream *>(stream->data);
-  if (b == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (b->failed) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BASE64_DECODE);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
 
   auto *out = static_cast<unsigned char *>(buffer);
   int64_t delivered = 0;
@@ -477,11 +464,11 @@ ORLIX_Stream *orlix_stream_new_base64(uint32_t encode_flags, int32_t line_length
   const uint32_t ws = decode_flags & ~kFlagBits;
   if (eol < ORLIX_BASE64_EOL_CR || eol > ORLIX_BASE64_EOL_NONE || ws < ORLIX_BASE64_WS_NONE ||
       ws > ORLIX_BASE64_WS_ALL)
-    return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BASE64_FLAG), nullptr;
+    return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_BASE64_FLAG);
   orlix::Owned<Base64Stream> b(orlix::alloc_record<Base64Stream>(kModule, __LINE__));
-  if (!b) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!b) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   std::memset(b.get(), 0, sizeof(Base64Stream));
   b->eol_mode = static_cast<int32_t>(eol);
   // Positive lengths grow by their remainder mod 4 (65 becomes 66); lines
@@ -561,7 +548,7 @@ int orlix_pemencode(const char *label, const void *data, int64_t length, char **
       body_length < 2 || body[body_length - 2] != '\r' || body[body_length - 1] != '\n';
   const int64_t needed = 2 * label_length + 34 + body_length + (needs_eol ? 2 : 0) + 1;
   if (needed > size) return 0;  // the armour always fits; refuse rather than overrun
-  orlix::Owned<char> out(static_cast<char *>(orlix_malloc(size, kModule, __LINE__)));
+  orlix::Owned<char> out(orlix::alloc_array<char>(size, kModule, __LINE__));
   if (!out) return 0;
   std::memset(out.get(), 0, static_cast<size_t>(size));
   int64_t n = std::snprintf(out.get(), static_cast<size_t>(size), "-----BEGIN %s-----\r\n", label);

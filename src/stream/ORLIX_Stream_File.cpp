@@ -191,20 +191,19 @@ struct FileCloser {
 
 extern "C" ORLIX_Stream *orlix_stream_new_file(const char *path, int32_t mode,
                                                ORLIX_ErrCtx *ctx) {
-  if (path == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT), nullptr;
+  if (path == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_NULL_POINT);
   const char *text = getMode(mode);
-  if (text == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_FILE_MODE), nullptr;
+  if (text == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_FILE_MODE);
   std::unique_ptr<FILE, FileCloser> file(fopen(path, text));
-  if (!file) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_FILE_OPEN), nullptr;
+  if (!file) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_FILE_OPEN);
   orlix::Owned<FileStream> f(orlix::alloc_record<FileStream>(kModule, __LINE__));
-  if (!f) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!f) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   const size_t n = std::strlen(path);
-  orlix::Owned<char> copy(
-      static_cast<char *>(orlix_malloc(static_cast<int64_t>(n) + 1, kModule, __LINE__)));
-  if (!copy) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  orlix::Owned<char> copy(orlix::alloc_array<char>(static_cast<int64_t>(n) + 1, kModule, __LINE__));
+  if (!copy) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   std::memcpy(copy.get(), path, n + 1);
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *f = FileStream{file.release(), copy.release(), mode};
   *stream = ORLIX_Stream{&file_method, ORLIX_STREAM_TYPE_FILE, f.release(), nullptr, nullptr};
   return stream;

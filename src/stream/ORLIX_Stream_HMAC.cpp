@@ -19,12 +19,12 @@ struct Hmac {
 
 int hmac_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
               ORLIX_ErrCtx *ctx) {
-  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 int hmac_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
                ORLIX_ErrCtx *ctx) {
-  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 // The outer hash over (key ^ opad) followed by the inner digest.
@@ -100,11 +100,11 @@ bool make_key_block(Hmac *h, const unsigned char *key, int64_t key_length, ORLIX
 
 extern "C" ORLIX_Stream *orlix_stream_new_hmac(const ORLIX_MDMethod *method, const void *key,
                                                int64_t key_length, ORLIX_ErrCtx *ctx) {
-  if (method == nullptr || key == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT), nullptr;
-  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD_MD), nullptr;
-  if (key_length < 1) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH), nullptr;
+  if (method == nullptr || key == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_NULL_POINT);
+  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_BAD_MD);
+  if (key_length < 1) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_BAD_LENGTH);
   auto *raw = orlix::alloc_record<Hmac>(kModule, __LINE__);
-  if (raw == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (raw == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   raw->key = nullptr;
   if (!orlix::md::init_digest(&raw->digest, *method, kModule, ctx)) {
     orlix_free(raw);
@@ -117,14 +117,14 @@ extern "C" ORLIX_Stream *orlix_stream_new_hmac(const ORLIX_MDMethod *method, con
   // The inner pad starts the inner hash.
   const int64_t block = method->md_blocksize();
   orlix::Owned<unsigned char> pad(orlix::alloc_bytes(block, kModule, __LINE__));
-  if (!pad) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!pad) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   for (int64_t i = 0; i < block; ++i) pad.get()[i] = h->key[i] ^ kInnerPad;
   if (method->md_update == nullptr ||
       method->md_update(h->digest.context, pad.get(), static_cast<uint64_t>(block)) != 1)
-    return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_MD_UPDATE), nullptr;
+    return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_MD_UPDATE);
 
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *stream = ORLIX_Stream{&hmac_method, ORLIX_STREAM_TYPE_HMAC, h.release(), nullptr, nullptr};
   return stream;
 }

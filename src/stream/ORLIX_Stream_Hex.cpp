@@ -6,6 +6,7 @@
 #include "ORLIX_Stream.h"
 #include "core/error.hpp"
 #include "core/memory.hpp"
+#include "stream/filter.hpp"
 
 namespace {
 
@@ -62,16 +63,9 @@ bool decode(const unsigned char *in, int64_t n_bytes, unsigned char *out) {
 
 int hex_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
               ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK(HexStream, stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   const auto *h = static_cast<HexStream *>(stream->data);
-  if (h == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
   const auto *in = static_cast<const unsigned char *>(buffer);
   char digits[2 * kPiece];
   for (int64_t done = 0; done < length;) {
@@ -87,17 +81,10 @@ int hex_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t
 
 int hex_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
              ORLIX_ErrCtx *ctx) {
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
+  const int checked = ORLIX_FILTER_CHECK_STICKY(HexStream, decode_failed, ORLIX_ERR_STREAM_HEX_DECODE,
+                                                stream, buffer, length, count, ctx);
+  if (checked != orlix::kFilterProceed) return checked;
   auto *h = static_cast<HexStream *>(stream->data);
-  if (h == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD);
-  if (h->decode_failed) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_HEX_DECODE);
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_NO_SINK);
-  if (buffer == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT);
 
   auto *out = static_cast<unsigned char *>(buffer);
   unsigned char text[kPiece];
@@ -159,9 +146,9 @@ extern "C" {
 
 ORLIX_Stream *orlix_stream_new_hex(int32_t uppercase, ORLIX_ErrCtx *ctx) {
   orlix::Owned<HexStream> h(orlix::alloc_record<HexStream>(kModule, __LINE__));
-  if (!h) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!h) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *h = HexStream{uppercase != 0 ? 1 : 0, 0, 0, 0};
   *stream = ORLIX_Stream{&hex_method, ORLIX_STREAM_TYPE_HEX, h.release(), nullptr, nullptr};
   return stream;
@@ -172,7 +159,7 @@ int orlix_hexencode(int32_t uppercase, const void *data, int64_t length, char **
   if (data == nullptr || length < 1 || text == nullptr || text_length == nullptr) return 0;
   if (length > (INT64_MAX - 1) / 2) return 0;
   *text_length = 2 * length;
-  *text = static_cast<char *>(orlix_malloc(2 * length + 1, kModule, __LINE__));
+  *text = orlix::alloc_array<char>(2 * length + 1, kModule, __LINE__);
   if (*text == nullptr) return 0;
   encode(static_cast<const unsigned char *>(data), length, uppercase != 0, *text);
   (*text)[2 * length] = '\0';

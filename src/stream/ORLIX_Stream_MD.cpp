@@ -6,6 +6,7 @@
 
 #include "core/error.hpp"
 #include "core/memory.hpp"
+#include "stream/filter.hpp"
 
 namespace {
 
@@ -13,12 +14,12 @@ constexpr const char kModule[] = "ORLIX_Stream_MD";
 
 int md_read(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
             ORLIX_ErrCtx *ctx) {
-  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::read_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 int md_write(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
              ORLIX_ErrCtx *ctx) {
-  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule);
+  return orlix::md::write_through(stream, buffer, length, count, ctx, kModule, __LINE__);
 }
 
 // Finishes the digest. The hash's final writes into its own context, from
@@ -94,16 +95,12 @@ void release_digest(Digest *d) {
 }
 
 int write_through(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
-                  ORLIX_ErrCtx *ctx, const char *module) {
-  if (stream == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_NULL_POINT);
+                  ORLIX_ErrCtx *ctx, const char *module, int line) {
+  // The buffer is left to the next stream's check.
+  const int checked = check_filter_call<Digest>(stream, buffer, length, count, ctx, module, line,
+                                                nullptr, 0, false);
+  if (checked != kFilterProceed) return checked;
   auto *d = static_cast<Digest *>(stream->data);
-  if (d == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_STREAM_BAD);
-  if (length < 0) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_STREAM_NO_SINK);
   uint64_t taken = 0;
   const int r = orlix_stream_write(stream->next, buffer, length, &taken, ctx);
   if (r != 1) return r;
@@ -115,15 +112,10 @@ int write_through(ORLIX_Stream *stream, const void *buffer, int64_t length, uint
 }
 
 int read_through(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
-                 ORLIX_ErrCtx *ctx, const char *module) {
-  if (stream == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_NULL_POINT);
-  if (stream->data == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_STREAM_BAD);
-  if (length < 0) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_BAD_LENGTH);
-  if (length == 0) {
-    if (count != nullptr) *count = 0;
-    return 1;
-  }
-  if (stream->next == nullptr) return orlix::fail(ctx, module, __LINE__, ORLIX_ERR_STREAM_NO_SINK);
+                 ORLIX_ErrCtx *ctx, const char *module, int line) {
+  const int checked = check_filter_call<Digest>(stream, buffer, length, count, ctx, module, line,
+                                                nullptr, 0, false);
+  if (checked != kFilterProceed) return checked;
   return orlix_stream_read(stream->next, buffer, length, count, ctx);
 }
 
@@ -161,15 +153,15 @@ int64_t hash(const ORLIX_MDMethod *method, const void *bytes, int64_t length,
 extern "C" {
 
 ORLIX_Stream *orlix_stream_new_md(const ORLIX_MDMethod *method, ORLIX_ErrCtx *ctx) {
-  if (method == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT), nullptr;
-  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL(ctx, ORLIX_ERR_STREAM_BAD_MD), nullptr;
+  if (method == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_NULL_POINT);
+  if (!orlix::md::method_complete(*method)) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_STREAM_BAD_MD);
   orlix::Owned<orlix::md::Digest> d(orlix::alloc_record<orlix::md::Digest>(kModule, __LINE__));
-  if (!d) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!d) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   if (!orlix::md::init_digest(d.get(), *method, kModule, ctx)) return nullptr;
   ORLIX_Stream *stream = wrap(d.get());
   if (stream == nullptr) {
     orlix::md::release_digest(d.get());
-    return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+    return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   }
   d.release();
   return stream;

@@ -27,13 +27,14 @@ bool init_digest(Digest *d, const ORLIX_MDMethod &m, const char *module, ORLIX_E
 void release_digest(Digest *d);
 
 // Pass-through write shared by both filters: writes to next, then hashes
-// exactly the bytes next accepted.
+// exactly the bytes next accepted. Entries carry the filter's module and
+// the line it called from.
 int write_through(ORLIX_Stream *stream, const void *buffer, int64_t length, uint64_t *count,
-                  ORLIX_ErrCtx *ctx, const char *module);
+                  ORLIX_ErrCtx *ctx, const char *module, int line);
 
 // Pass-through read shared by both filters; nothing read is hashed.
 int read_through(ORLIX_Stream *stream, void *buffer, int64_t length, uint64_t *count,
-                 ORLIX_ErrCtx *ctx, const char *module);
+                 ORLIX_ErrCtx *ctx, const char *module, int line);
 
 // Control codes both filters answer alike (digest length, property);
 // returns -1 when `code` is not one of them.

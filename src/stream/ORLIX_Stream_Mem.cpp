@@ -218,23 +218,23 @@ constexpr ORLIX_StreamMethod mem_method = {mem_read, mem_write, mem_destroy, mem
 ORLIX_Stream *make_mem(unsigned char *borrowed, const void *copy_from, int64_t capacity,
                        int64_t length, uint32_t flags, ORLIX_ErrCtx *ctx) {
   orlix::Owned<MemStream> m(orlix::alloc_record<MemStream>(kModule, __LINE__));
-  if (!m) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (!m) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   orlix::Owned<unsigned char> buffer;
   if (borrowed == nullptr && (flags & kMemNotOwned) == 0) {
     buffer.reset(orlix::alloc_bytes(capacity, kModule, __LINE__));
-    if (!buffer) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+    if (!buffer) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
     if (copy_from != nullptr && length > 0)
       std::memcpy(buffer.get(), copy_from, static_cast<size_t>(length));
   }
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *m = MemStream{buffer ? buffer.release() : borrowed, length, capacity, flags, 0, 0};
   *stream = ORLIX_Stream{&mem_method, ORLIX_STREAM_TYPE_MEM, m.release(), nullptr, nullptr};
   return stream;
 }
 
 ORLIX_Stream *new_growable(int64_t initial_capacity, uint32_t flags, ORLIX_ErrCtx *ctx) {
-  if (initial_capacity < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH), nullptr;
+  if (initial_capacity < 0) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_BAD_LENGTH);
   const int64_t capacity =
       initial_capacity == 0 ? kDefaultCapacity : orlix::round_up8(initial_capacity);
   return make_mem(nullptr, nullptr, capacity, 0, flags, ctx);
@@ -254,8 +254,8 @@ ORLIX_Stream *orlix_stream_new_rwspecmem(int64_t initial_capacity, ORLIX_ErrCtx 
 
 ORLIX_Stream *orlix_stream_new_romem(const void *data, int64_t length, int32_t copy,
                                      ORLIX_ErrCtx *ctx) {
-  if (length < 0) return ORLIX_FAIL(ctx, ORLIX_ERR_BAD_LENGTH), nullptr;
-  if (length > 0 && data == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_NULL_POINT), nullptr;
+  if (length < 0) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_BAD_LENGTH);
+  if (length > 0 && data == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_NULL_POINT);
   if (copy != 0) return make_mem(nullptr, data, length, length, kMemReadOnly, ctx);
   auto *borrowed = static_cast<unsigned char *>(const_cast<void *>(data));
   return make_mem(borrowed, nullptr, length, length, kMemNotOwned | kMemReadOnly, ctx);

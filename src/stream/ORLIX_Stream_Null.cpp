@@ -32,7 +32,7 @@ constexpr ORLIX_StreamMethod null_method = {null_read, null_write, null_destroy,
 
 extern "C" ORLIX_Stream *orlix_stream_new_null(ORLIX_ErrCtx *ctx) {
   auto *stream = orlix::alloc_record<ORLIX_Stream>(kModule, __LINE__);
-  if (stream == nullptr) return ORLIX_FAIL(ctx, ORLIX_ERR_OUT_OF_MEMORY), nullptr;
+  if (stream == nullptr) return ORLIX_FAIL_NULL(ctx, ORLIX_ERR_OUT_OF_MEMORY);
   *stream = ORLIX_Stream{&null_method, ORLIX_STREAM_TYPE_NULL, nullptr, nullptr, nullptr};
   return stream;
 }

@@ -46,44 +46,12 @@ ORLIX_Time *add(const ORLIX_Time *t, Step step) {
   return in_zone(u, orlix_time_gettimezoneid());
 }
 
-// The internal UTC operations on a heap argument.
-template <class Step>
-ORLIX_Time *add_utc(const ORLIX_Time *t, Step step) {
-  if (t == nullptr) return nullptr;
-  Time u = *t;
-  return step(u) ? new_record(u) : nullptr;
-}
-
 }  // namespace
 
 ORLIX_Time *new_record(const Time &t) {
   ORLIX_Time *r = alloc_record<ORLIX_Time>(kModule, __LINE__);
   if (r != nullptr) *r = t;
   return r;
-}
-
-ORLIX_Time *orlix_utc_time_addyear(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addyear(u, count); });
-}
-
-ORLIX_Time *orlix_utc_time_addmonth(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addmonth(u, count); });
-}
-
-ORLIX_Time *orlix_utc_time_addday(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addday(u, count); });
-}
-
-ORLIX_Time *orlix_utc_time_addhour(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addhour(u, count); });
-}
-
-ORLIX_Time *orlix_utc_time_addminute(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addminute(u, count); });
-}
-
-ORLIX_Time *orlix_utc_time_addsecond(const ORLIX_Time *t, int32_t count) {
-  return add_utc(t, [count](Time &u) { return utc_addsecond(u, count); });
 }
 
 int orlix_utc_time_cmp(const ORLIX_Time *a, const ORLIX_Time *b) {

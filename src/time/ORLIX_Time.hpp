@@ -68,7 +68,8 @@ bool make_utc(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t mi
 // Field by field, year down to nanosecond; the flags are ignored.
 int compare_fields(const Time &a, const Time &b);
 bool isLeapSecond(const Time &t);
-// Leap seconds L with a < L < b.
+// Leap seconds L with a < L < b. This and the next keep their established
+// names (and conventions, strict and inclusive), near-twins as they are.
 int32_t leapsecondCount(const Time &a, const Time &b);
 // Leap seconds L with b <= L <= a.
 int32_t leapsecondcound(const Time &a, const Time &b);
@@ -107,15 +108,7 @@ int32_t utc_dayofweek(const Time &t);
 // A heap copy of t, or nullptr when memory runs out.
 ORLIX_Time *new_record(const Time &t);
 
-// The internal UTC operations under their own names: each reads t's fields
-// as UTC and returns a new value, or NULL for NULL or when the result would
-// be invalid.
-ORLIX_Time *orlix_utc_time_addyear(const ORLIX_Time *t, int32_t count);
-ORLIX_Time *orlix_utc_time_addmonth(const ORLIX_Time *t, int32_t count);
-ORLIX_Time *orlix_utc_time_addday(const ORLIX_Time *t, int32_t count);
-ORLIX_Time *orlix_utc_time_addhour(const ORLIX_Time *t, int32_t count);
-ORLIX_Time *orlix_utc_time_addminute(const ORLIX_Time *t, int32_t count);
-ORLIX_Time *orlix_utc_time_addsecond(const ORLIX_Time *t, int32_t count);
+// Compares two values field by field as UTC; NULL sorts first.
 int orlix_utc_time_cmp(const ORLIX_Time *a, const ORLIX_Time *b);
 
 }  // namespace orlix::time

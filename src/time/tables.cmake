@@ -17,16 +17,17 @@ set(ORLIX_TZ_SOURCE_FILES
   ${ORLIX_TZ_DATA_DIR}/pacificnew)
 set(ORLIX_TZ_GENERATED_DIR ${CMAKE_CURRENT_BINARY_DIR}/time)
 set(ORLIX_TZ_TABLES ${ORLIX_TZ_GENERATED_DIR}/tz_tables.cpp)
+set(ORLIX_TZ_COUNTS ${ORLIX_TZ_GENERATED_DIR}/tz_counts.hpp)
 
 add_custom_command(
-  OUTPUT ${ORLIX_TZ_TABLES}
+  OUTPUT ${ORLIX_TZ_TABLES} ${ORLIX_TZ_COUNTS}
   COMMAND ${CMAKE_COMMAND} -E make_directory ${ORLIX_TZ_GENERATED_DIR}
   COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tools/gen_tz_tables.py
-          --output ${ORLIX_TZ_TABLES} ${ORLIX_TZ_SOURCE_FILES}
+          --output ${ORLIX_TZ_TABLES} --header ${ORLIX_TZ_COUNTS} ${ORLIX_TZ_SOURCE_FILES}
   DEPENDS ${PROJECT_SOURCE_DIR}/tools/gen_tz_tables.py ${ORLIX_TZ_SOURCE_FILES}
   COMMENT "Generating the time-zone tables"
   VERBATIM)
-target_sources(orlix_objects PRIVATE ${ORLIX_TZ_TABLES})
+target_sources(orlix_objects PRIVATE ${ORLIX_TZ_TABLES} ${ORLIX_TZ_COUNTS})
 
 # The precomputed transitions (see time/tz_steps.hpp), computed by a host
 # tool that runs the library's own rule searches over the tables above and
@@ -36,9 +37,9 @@ add_executable(orlix_gen_tz_steps
   ${PROJECT_SOURCE_DIR}/tools/gen_tz_steps.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/time/ORLIX_Time_Calendar.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/time/ORLIX_Time_Rules.cpp
-  ${ORLIX_TZ_TABLES})
+  ${ORLIX_TZ_TABLES} ${ORLIX_TZ_COUNTS})
 target_include_directories(orlix_gen_tz_steps PRIVATE
-  ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/include)
 set_target_properties(orlix_gen_tz_steps PROPERTIES
   RUNTIME_OUTPUT_DIRECTORY ${ORLIX_TZ_GENERATED_DIR})
 add_custom_command(

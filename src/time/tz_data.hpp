@@ -4,6 +4,10 @@
 
 #include <cstdint>
 
+// kZoneNameCount, kZoneRowCount, kRuleSetCount and kRuleItemCount, written by
+// the generator, which checks them against the shipped tz sources.
+#include "time/tz_counts.hpp"
+
 namespace orlix::time {
 
 // One line of a tz Rule: a daylight-saving transition repeated every year
@@ -51,11 +55,6 @@ struct ZoneName {
   int32_t count;
   const ZoneRow *rows;
 };
-
-constexpr int32_t kZoneNameCount = 582;
-constexpr int32_t kZoneRowCount = 1963;
-constexpr int32_t kRuleSetCount = 135;
-constexpr int32_t kRuleItemCount = 1913;
 
 // Identifiers the code refers to by number.
 constexpr int32_t kZoneEtcUtc = 414;

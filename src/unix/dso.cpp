@@ -16,7 +16,7 @@ constexpr int64_t kSuffixRoom = 20;
 char *load_charset() {
   char *charset = orlix_ustring_getdefaultcharset();
   if (charset != nullptr) return charset;
-  auto *fallback = static_cast<char *>(orlix_malloc(6, kModule, __LINE__));
+  auto *fallback = orlix::alloc_array<char>(6, kModule, __LINE__);
   if (fallback != nullptr) std::memcpy(fallback, "UTF-8", 6);
   return fallback;
 }
@@ -37,8 +37,7 @@ ORLIX_Dso *orlix_dso_load(const ORLIX_UString *name) {
   if (void *handle = dlopen(path.get(), RTLD_NOW); handle != nullptr)
     return static_cast<ORLIX_Dso *>(handle);
   // Exactly one more try, with the usual suffix.
-  orlix::Owned<char> with_suffix(
-      static_cast<char *>(orlix_malloc(length + kSuffixRoom, kModule, __LINE__)));
+  orlix::Owned<char> with_suffix(orlix::alloc_array<char>(length + kSuffixRoom, kModule, __LINE__));
   if (!with_suffix) return nullptr;
   std::memcpy(with_suffix.get(), path.get(), static_cast<size_t>(length));
   std::memcpy(with_suffix.get() + length, ".so", 4);

@@ -6,6 +6,7 @@
 
 #include "ORLIX_Thread.h"
 #include "ORLIX_Util.h"
+#include "core/memory.hpp"
 #include "unix/lock.hpp"
 
 namespace {
@@ -168,8 +169,7 @@ int orlix_rwlock_writerunlock(ORLIX_RWLock *lock) {
 }
 
 ORLIX_Condition *orlix_condition_new(void) {
-  auto *c = static_cast<pthread_cond_t *>(
-      orlix_malloc(static_cast<int64_t>(sizeof(pthread_cond_t)), kModule, __LINE__));
+  auto *c = orlix::alloc_record<pthread_cond_t>(kModule, __LINE__);
   if (c == nullptr) return nullptr;
   if (pthread_cond_init(c, nullptr) != 0) {
     orlix_free(c);

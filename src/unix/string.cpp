@@ -51,7 +51,7 @@ class Iconv {
 };
 
 char *copy_name(const char *name, size_t n, int64_t size) {
-  auto *out = static_cast<char *>(orlix_malloc(size, kModule, __LINE__));
+  auto *out = orlix::alloc_array<char>(size, kModule, __LINE__);
   if (out == nullptr) return nullptr;
   std::memcpy(out, name, n);
   out[n] = '\0';
@@ -66,8 +66,7 @@ class UpperName {
     if (n < sizeof small_) {
       text_ = small_;
     } else {
-      heap_.reset(static_cast<char *>(
-          orlix_malloc(static_cast<int64_t>(n) + 1, kStringModule, __LINE__)));
+      heap_.reset(orlix::alloc_array<char>(static_cast<int64_t>(n) + 1, kStringModule, __LINE__));
       text_ = heap_.get();
     }
     if (text_ == nullptr) return;
@@ -86,7 +85,7 @@ class UpperName {
 };
 
 char *alloc_text(int64_t bytes) {
-  return static_cast<char *>(orlix_malloc(bytes, kStringModule, __LINE__));
+  return orlix::alloc_array<char>(bytes, kStringModule, __LINE__);
 }
 
 // The units of s as bytes in one byte order, then one 0 byte.
@@ -215,8 +214,7 @@ ORLIX_UString *orlix_ustring_newmbs(const char *charset, const char *data, int64
   }
 
   if (count > INT64_MAX / 2 - 1) return nullptr;
-  orlix::Owned<uint16_t> area(
-      static_cast<uint16_t *>(orlix_malloc((count + 1) * 2, kStringModule, __LINE__)));
+  orlix::Owned<uint16_t> area(orlix::alloc_array<uint16_t>(count + 1, kStringModule, __LINE__));
   if (!area) return nullptr;
   int64_t units = 0;
   if (orlix_imbstowcs(name.get(), data, count, area.get(), count, &units) != 1) return nullptr;

@@ -80,8 +80,7 @@ bool each_code_point(const ORLIX_UString *s, Emit emit) {
 template <class T>
 T *alloc_out(int64_t elements) {
   if (elements > INT64_MAX / static_cast<int64_t>(sizeof(T)) - 1) return nullptr;
-  return static_cast<T *>(
-      orlix_malloc((elements + 1) * static_cast<int64_t>(sizeof(T)), kModule, __LINE__));
+  return orlix::alloc_array<T>(elements + 1, kModule, __LINE__);
 }
 
 // Unit order in which surrogates rank above every other unit: comparing
@@ -127,7 +126,7 @@ ORLIX_UString *make(int64_t capacity) {
   if (capacity < 0 || capacity > INT64_MAX / 2 - 1) return nullptr;
   Owned<ORLIX_UString> s(alloc_record<ORLIX_UString>(kModule, __LINE__));
   if (!s) return nullptr;
-  s->data = static_cast<uint16_t *>(orlix_malloc((capacity + 1) * 2, kModule, __LINE__));
+  s->data = orlix::alloc_array<uint16_t>(capacity + 1, kModule, __LINE__);
   if (s->data == nullptr) return nullptr;
   s->data[0] = 0;
   s->length = 0;
@@ -295,7 +294,7 @@ int orlix_ustring_tobmp(const ORLIX_UString *s, unsigned char **out, int64_t *co
   *out = nullptr;
   if (s->hassurrogate) return 0;  // text above U+FFFF has no UCS-2 form
   if (s->length > INT64_MAX / 2 - 2) return 0;
-  auto *buffer = static_cast<unsigned char *>(orlix_malloc(2 * s->length + 2, kModule, __LINE__));
+  auto *buffer = orlix::alloc_bytes(2 * s->length + 2, kModule, __LINE__);
   if (buffer == nullptr) return 0;
   for (int64_t i = 0; i < s->length; ++i) {
     buffer[2 * i] = static_cast<unsigned char>(s->data[i] >> 8);
@@ -331,8 +330,7 @@ int orlix_ustring_toutf32(const ORLIX_UString *s, uint64_t **out, int64_t *count
 int orlix_ustring_toutf32be(const ORLIX_UString *s, unsigned char **out, int64_t *count) {
   if (s == nullptr || out == nullptr || count == nullptr) return 0;
   if (s->charcount > INT64_MAX / 4 - 1) return 0;
-  orlix::Owned<unsigned char> buffer(
-      static_cast<unsigned char *>(orlix_malloc(4 * s->charcount + 4, kModule, __LINE__)));
+  orlix::Owned<unsigned char> buffer(orlix::alloc_bytes(4 * s->charcount + 4, kModule, __LINE__));
   *out = nullptr;
   if (!buffer) return 0;
   unsigned char *o = buffer.get();
@@ -449,8 +447,7 @@ int orlix_ustring_find(const ORLIX_UString *haystack, int64_t start, const ORLIX
   // is known to mismatch.
   const uint16_t *p = needle->data;
   const int64_t m = needle->length;
-  orlix::Owned<int64_t> table_owner(
-      static_cast<int64_t *>(orlix_malloc((m + 1) * 8, kModule, __LINE__)));
+  orlix::Owned<int64_t> table_owner(orlix::alloc_array<int64_t>(m + 1, kModule, __LINE__));
   if (!table_owner) return 0;
   int64_t *next = table_owner.get();
   next[0] = -1;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ORLIX_Util.h"
+#include "core/memory.hpp"
 #include "ustring/ORLIX_UString_Prep.hpp"
 
 namespace orlix::idna {
@@ -164,7 +165,7 @@ bool label_to_ascii(const uint16_t *units, int64_t n, const Flags &f, Bytes *out
 
 // Hands out n bytes as a new NUL-terminated buffer.
 bool hand_out(const char *bytes, int64_t n, char **out, int64_t *count) {
-  auto *copy = static_cast<char *>(orlix_malloc(n + 1, kModule, __LINE__));
+  auto *copy = orlix::alloc_array<char>(n + 1, kModule, __LINE__);
   if (copy == nullptr) return false;
   std::memcpy(copy, bytes, static_cast<size_t>(n));
   copy[n] = '\0';

@@ -47,7 +47,7 @@ int compare_u32(uint32_t a, uint32_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
 // Moves the units to a new array of `capacity` units.
 bool grow(ORLIX_UString_Buffer *b, int64_t capacity) {
   if (capacity > kMaxUnits) return false;
-  auto *data = static_cast<uint16_t *>(orlix_malloc(capacity * 2, kModule, __LINE__));
+  auto *data = orlix::alloc_array<uint16_t>(capacity, kModule, __LINE__);
   if (data == nullptr) return false;
   if (b->length > 0) std::memcpy(data, b->data, static_cast<size_t>(b->length) * 2);
   orlix_free(b->data);
@@ -279,7 +279,7 @@ ORLIX_UString_Buffer *ORLIX_UString_Buffer_new(int64_t n) {
   Owned<ORLIX_UString_Buffer> b(alloc_record<ORLIX_UString_Buffer>(kModule, __LINE__));
   if (!b) return nullptr;
   const int64_t capacity = n / 8 * 8 + 16;
-  b->data = static_cast<uint16_t *>(orlix_malloc(capacity * 2, kModule, __LINE__));
+  b->data = orlix::alloc_array<uint16_t>(capacity, kModule, __LINE__);
   if (b->data == nullptr) return nullptr;
   b->length = 0;
   b->capacity = capacity;

@@ -2,6 +2,11 @@
 // preparation profiles and IDNA: the growable unit buffer the algorithms work
 // in, the code-point predicates of the preparation profiles, and the table
 // look-ups by binary search that define what every faster path must answer.
+//
+// Names: the buffer operations, the predicates and the comparators keep their
+// established names (ORLIX_UString_Buffer_*, getCharCombiningClass,
+// iscombingmark, combiningClassCmp, ...), mixed as those are; everything else
+// here is snake_case.
 #pragma once
 
 #include <cstdint>

@@ -13,6 +13,10 @@
 
 #include <cstdint>
 
+// The row counts (kCombiningClassRows, ...), written by the generator, which
+// checks them against the shipped data.
+#include "ustring/ORLIX_UString_TableRows.hpp"
+
 namespace orlix::unicode {
 
 struct CombiningClassRow {
@@ -50,27 +54,6 @@ struct SingleMapRow {
   uint32_t code_point;
   uint32_t replacement;  // 0: mapped to nothing
 };
-
-inline constexpr int64_t kCombiningClassRows = 751;
-inline constexpr int64_t kCanonicalDecompositionRows = 2060;
-inline constexpr int64_t kCompatibilityDecompositionRows = 3661;
-inline constexpr int64_t kCanonicalCompositionRows = 1025;
-inline constexpr int64_t kFullCompositionExclusionRows = 1115;
-inline constexpr int64_t kNfdQuickCheckNoRows = 13232;
-inline constexpr int64_t kNfkdQuickCheckNoRows = 16893;
-inline constexpr int64_t kNfcQuickCheckNoRows = 1120;
-inline constexpr int64_t kNfcQuickCheckMaybeRows = 110;
-inline constexpr int64_t kNfkcQuickCheckNoRows = 4793;
-inline constexpr int64_t kNfkcQuickCheckMaybeRows = 110;
-inline constexpr int64_t kFullCaseFoldingRows = 1321;
-inline constexpr int64_t kClosureCaseFoldingRows = 633;
-inline constexpr int64_t kUnassignedCodePointRows = 9055;
-inline constexpr int64_t kCombiningMarksRows = 1065;
-inline constexpr int64_t kBidiCharRows = 1270;
-inline constexpr int64_t kNonLRows = 5733;
-inline constexpr int64_t kCommonMaptoNothingRows = 27;
-inline constexpr int64_t kNonAsciiSpaceRows = 17;
-inline constexpr int64_t kNonAsciiControlRows = 62;
 
 // Unicode 8.0 normalization data.
 extern const CombiningClassRow g_CombiningClass_Table[kCombiningClassRows];

@@ -12,12 +12,14 @@ set(ORLIX_UNICODE_DATA_FILES
   ${PROJECT_SOURCE_DIR}/data/unicode/CaseFolding-8.0.0.txt
   ${PROJECT_SOURCE_DIR}/data/stringprep/rfc3454-tables.txt)
 set(ORLIX_UNICODE_TABLES ${CMAKE_CURRENT_BINARY_DIR}/ustring/ORLIX_UString_Tables.cpp)
+set(ORLIX_UNICODE_TABLE_ROWS ${CMAKE_CURRENT_BINARY_DIR}/ustring/ORLIX_UString_TableRows.hpp)
 
 add_custom_command(
-  OUTPUT ${ORLIX_UNICODE_TABLES}
+  OUTPUT ${ORLIX_UNICODE_TABLES} ${ORLIX_UNICODE_TABLE_ROWS}
   COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tools/gen_unicode_tables.py
           --data ${PROJECT_SOURCE_DIR}/data --output ${ORLIX_UNICODE_TABLES}
+          --header ${ORLIX_UNICODE_TABLE_ROWS}
   DEPENDS ${PROJECT_SOURCE_DIR}/tools/gen_unicode_tables.py ${ORLIX_UNICODE_DATA_FILES}
   COMMENT "Generating the Unicode normalization and string-preparation tables"
   VERBATIM)
-target_sources(orlix_objects PRIVATE ${ORLIX_UNICODE_TABLES})
+target_sources(orlix_objects PRIVATE ${ORLIX_UNICODE_TABLES} ${ORLIX_UNICODE_TABLE_ROWS})

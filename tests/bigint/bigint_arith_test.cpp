@@ -4,11 +4,16 @@
 // Python's integers (one python3 process for the whole batch). Operands are
 // made and results read through GMP directly, not through the library's
 // own conversions.
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "bigint_test_util.hpp"
+
+// A request the allocator cannot meet must come back as NULL under
+// AddressSanitizer too, as it does from the C library.
+extern "C" const char *__asan_default_options() { return "allocator_may_return_null=1"; }
 
 namespace {
 
@@ -247,6 +252,32 @@ TEST(BigIntBits, ParityIndexRulesAndInPlaceChanges) {
   EXPECT_EQ(orlix_biginteger_getbitcount(w.get()), 201);
   EXPECT_EQ(orlix_biginteger_clearbit(w.get(), 200), 1);
   EXPECT_EQ(orlix_biginteger_getsign(w.get()), 0);
+}
+
+// GMP's memory functions are the library's from load on and fail by
+// exception (the allocation-failure sweep fails them inside every operation).
+TEST(BigIntGmpMemory, InstalledAtLoadAndThrowing) {
+  void *(*alloc)(size_t) = nullptr;
+  void *(*realloc_fn)(void *, size_t, size_t) = nullptr;
+  void (*free_fn)(void *, size_t) = nullptr;
+  mp_get_memory_functions(&alloc, &realloc_fn, &free_fn);
+  EXPECT_THROW(alloc(SIZE_MAX / 2), gmpexception);
+  void *p = alloc(16);
+  ASSERT_NE(p, nullptr);
+  std::memset(p, 0xAB, 16);
+  EXPECT_THROW(realloc_fn(p, 16, SIZE_MAX / 2), gmpexception);
+  // A failed growth leaves the block as it was.
+  EXPECT_EQ(static_cast<unsigned char *>(p)[15], 0xAB);
+  p = realloc_fn(p, 16, 4096);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(static_cast<unsigned char *>(p)[15], 0xAB);
+  free_fn(p, 4096);
+
+  // Calling the initialiser again keeps the same functions.
+  orlix_biginteger_init();
+  void *(*again)(size_t) = nullptr;
+  mp_get_memory_functions(&again, nullptr, nullptr);
+  EXPECT_EQ(again, alloc);
 }
 
 }  // namespace

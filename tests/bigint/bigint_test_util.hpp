@@ -22,18 +22,13 @@
 #include "ORLIX_Util.h"
 #include "bigint/ORLIX_BigInteger_gmp.hpp"
 #include "python_oracle.hpp"
+#include "owned.hpp"
 
 namespace bigint_test {
 
-struct BigDeleter {
-  void operator()(ORLIX_BigInteger *a) const { orlix_biginteger_free(a); }
-};
-using Big = std::unique_ptr<ORLIX_BigInteger, BigDeleter>;
+using Big = orlix_test::Big;
 
-struct BlobDeleter {
-  void operator()(ORLIX_DataBlob *b) const { orlix_data_blob_free(b); }
-};
-using Blob = std::unique_ptr<ORLIX_DataBlob, BlobDeleter>;
+using Blob = orlix_test::Blob;
 
 using Bytes = std::vector<unsigned char>;
 

@@ -70,6 +70,8 @@ TEST_F(ArrayList, GrowsByDoubling) {
     ASSERT_EQ(orlix_arraylist_pushback(list, &g_values[i]), 1);
     const int32_t want = i < 16 ? 16 : i < 32 ? 32 : i < 64 ? 64 : 128;
     ASSERT_EQ(Layout(list).capacity, want) << "after " << i + 1 << " items";
+    // The slot just past the items, also when it is past the capacity.
+    ASSERT_EQ(orlix_arraylist_getitem(list, i + 1), nullptr);
   }
   ExpectTailClear(list);
   std::vector<int> want(70);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ORLIX_BitSet.h"
+#include "owned.hpp"
 
 namespace {
 
@@ -37,10 +38,7 @@ Bytes Data(const ORLIX_BitSet *set, uint32_t *unused_out = nullptr) {
   return out;
 }
 
-struct SetDeleter {
-  void operator()(ORLIX_BitSet *s) const { orlix_bitset_free(s); }
-};
-using SetPtr = std::unique_ptr<ORLIX_BitSet, SetDeleter>;
+using SetPtr = orlix_test::SetPtr;
 
 TEST(BitSet, EmptyAndSetGrowth) {
   SetPtr set(orlix_bitset_empty());

@@ -11,6 +11,7 @@
 #include "ORLIX_Error.h"
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
+#include "owned.hpp"
 
 namespace {
 
@@ -51,10 +52,7 @@ std::string Output(const ORLIX_ErrCtx *ctx) {
   return text;
 }
 
-struct CtxDeleter {
-  void operator()(ORLIX_ErrCtx *c) const { orlix_err_ctx_free(c); }
-};
-using CtxPtr = std::unique_ptr<ORLIX_ErrCtx, CtxDeleter>;
+using CtxPtr = orlix_test::CtxPtr;
 CtxPtr NewCtx() { return CtxPtr(orlix_err_ctx_new()); }
 
 int Held(const ORLIX_ErrCtx &c) { return (c.head - c.tail + 32) % 32; }
@@ -106,9 +104,10 @@ TEST(ErrorContext, PutRefusesWithoutChange) {
 
 TEST(ErrorContext, DescriptionIsCutAtSixtyThreeAndPadded) {
   ORLIX_ErrCtx ctx{};
+  std::memset(ctx.entries[0].description, 'x', sizeof ctx.entries[0].description);
   const std::string hundred(100, 'd');
   ASSERT_EQ(orlix_err_ctx_put(&ctx, "M", 1, 2, hundred.c_str()), 1);
-  EXPECT_EQ(std::string(ctx.entries[0].description), hundred.substr(0, 63));
+  EXPECT_EQ(std::string(ctx.entries[0].description), hundred.substr(0, 63));  // ended in place
 
   // A reused slot holding a long text: a short text is NUL-padded, NULL
   // leaves the empty text.

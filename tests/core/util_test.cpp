@@ -1,5 +1,5 @@
 // The version text, the load-time nesting limit, data blobs and the binary
-// search.
+// search (fuzz_bsearch compares it with std::lower_bound).
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -99,9 +98,6 @@ int CompareInt(const void *key, const void *element) {
   return a < b ? -1 : a > b ? 1 : 0;
 }
 
-// Three-byte big-endian elements, so that the stride is not a word size.
-int CompareTriple(const void *key, const void *element) { return std::memcmp(key, element, 3); }
-
 struct Found {
   int result;
   int64_t position;
@@ -155,41 +151,6 @@ TEST(BinarySearch, BadArgumentsWriteNothing) {
   EXPECT_EQ(pos, 12345);
   EXPECT_EQ(orlix_bsearch(&key, &one, 1, sizeof(int), CompareInt, nullptr), 0);
   EXPECT_EQ(compare_calls, 0);
-}
-
-// Against std::lower_bound over sorted arrays full of repeated values, once as
-// ints and once packed into 3-byte big-endian elements (an odd stride); also
-// keeps the number of comparisons logarithmic.
-TEST(BinarySearch, AgreesWithLowerBound) {
-  auto pack = [](int x, unsigned char *out) {
-    out[0] = 0;
-    out[1] = static_cast<unsigned char>((x + 1) >> 8);  // + 1 so that key -1 packs too
-    out[2] = static_cast<unsigned char>(x + 1);
-  };
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    std::mt19937 rng(seed);
-    const int n = int(rng() % 41);
-    const int range = 1 + int(rng() % (n / 2 + 3));
-    std::vector<int> v(size_t(n), 0);
-    for (int &x : v) x = int(rng() % unsigned(range));
-    std::sort(v.begin(), v.end());
-    std::vector<unsigned char> packed(size_t(3 * n + 3));
-    for (int i = 0; i < n; ++i) pack(v[size_t(i)], &packed[size_t(3 * i)]);
-    int bits = 1;
-    while ((1 << bits) <= n) ++bits;
-    for (int key = -1; key <= range; ++key) {
-      const auto it = std::lower_bound(v.begin(), v.end(), key);
-      const Found want = n == 0 ? Found{0, -1} : Found{it != v.end() && *it == key, it - v.begin()};
-      compare_calls = 0;
-      ASSERT_EQ(Search(v, key), want) << "seed " << seed << " key " << key;
-      EXPECT_LE(compare_calls, 3 * bits + 2) << "seed " << seed << " n " << n;
-      unsigned char packed_key[3];
-      pack(key, packed_key);
-      Found got{-7, -7};
-      got.result = orlix_bsearch(packed_key, packed.data(), n, 3, CompareTriple, &got.position);
-      ASSERT_EQ(got, want) << "packed, seed " << seed << " key " << key;
-    }
-  }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Big integers: every handle and every buffer handed out comes from the
-// library's allocator (GMP's own limbs do not, so they are not swept here).
+// library's allocator, and GMP's limbs from GMP's memory functions; each
+// scenario is swept over both.
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -9,18 +10,13 @@
 #include "ORLIX_Util.h"
 #include "scenario_util.hpp"
 #include "sweep.hpp"
+#include "owned.hpp"
 
 namespace {
 
-struct BigDeleter {
-  void operator()(ORLIX_BigInteger *a) const { orlix_biginteger_free(a); }
-};
-using Big = std::unique_ptr<ORLIX_BigInteger, BigDeleter>;
+using Big = orlix_test::Big;
 
-struct BlobDeleter {
-  void operator()(ORLIX_DataBlob *b) const { orlix_data_blob_free(b); }
-};
-using Blob = std::unique_ptr<ORLIX_DataBlob, BlobDeleter>;
+using Blob = orlix_test::Blob;
 
 int64_t ValueOf(const ORLIX_BigInteger *a) {
   int64_t v = 0;
@@ -40,7 +36,7 @@ int CountingRandom(void *context, unsigned char *buffer, int64_t length) {
 }  // namespace
 
 // Every constructor, each failing on its handle record.
-ORLIX_OOM_SCENARIO(BigInt, Construct) {
+ORLIX_OOM_GMP_SCENARIO(Construct, 0) {
   Big a(orlix_biginteger_new(-1234567));
   if (!a) return false;
   const unsigned char bytes[] = {0xFF, 0xFE, 0x00, 0x01, 0x80};
@@ -60,7 +56,7 @@ ORLIX_OOM_SCENARIO(BigInt, Construct) {
 }
 
 // Every arithmetic operation, each making one new handle (div two).
-ORLIX_OOM_SCENARIO(BigInt, Arithmetic) {
+ORLIX_OOM_GMP_SCENARIO(Arithmetic, 0) {
   Big a(orlix_biginteger_newdec("-123456789012345678901234567890"));
   if (!a) return false;
   Big b(orlix_biginteger_newdec("9876543210987"));
@@ -123,7 +119,7 @@ ORLIX_OOM_SCENARIO(BigInt, Arithmetic) {
 
 // The conversions that hand out buffers: a blob (record, then bytes) and a
 // decimal text.
-ORLIX_OOM_SCENARIO(BigInt, ConvertOut) {
+ORLIX_OOM_GMP_SCENARIO(ConvertOut, 0) {
   Big a(orlix_biginteger_newdec("-340282366920938463463374607431768211457"));  // -(2^128 + 1)
   if (!a) return false;
   Blob blob(orlix_biginteger_getdata(a.get()));
@@ -149,13 +145,47 @@ ORLIX_OOM_SCENARIO(BigInt, ConvertOut) {
 }
 
 // Prime generation makes a handle per candidate and releases every
-// rejected one; a failure at any of them ends the search.
-ORLIX_OOM_SCENARIO(BigInt, NewPrime) {
+// rejected one; a failure at any of them ends the search. GMP's primality
+// test holds at most two heap integers and its random state.
+ORLIX_OOM_GMP_SCENARIO(NewPrime, 3) {
   uint64_t state = 2024;
   Big p(orlix_biginteger_newprime(CountingRandom, &state, 64,
                                   ORLIX_BIGINTEGER_PRIME_TOP_TWO | ORLIX_BIGINTEGER_PRIME_FAST));
   if (!p) return false;
   EXPECT_EQ(orlix_biginteger_getbitcount(p.get()), 64);
-  EXPECT_EQ(orlix_biginteger_isprime(p.get()), 1);
+  return orlix_biginteger_isprime(p.get()) == 1;  // 0 also when memory runs out
+}
+
+// Operands large enough that GMP takes its temporaries from the heap too, so
+// that failures strike inside the algorithms and not only where the result
+// is sized; those temporaries are stranded by a failure.
+ORLIX_OOM_GMP_SCENARIO(LargeOperands, 16) {
+  const auto bytes = oom::Pattern(60000);
+  Big x(orlix_biginteger_newunsigneddata(bytes.data(), int64_t(bytes.size())));
+  if (!x) return false;
+  Big y(orlix_biginteger_newdata(bytes.data(), 41000));
+  if (!y) return false;
+  Big m(orlix_biginteger_newunsigneddata(bytes.data(), 256));
+  if (!m) return false;
+  Big product(orlix_biginteger_mul(x.get(), y.get()));
+  if (!product) return false;
+  ORLIX_BigInteger *rest = nullptr;
+  Big quotient(orlix_biginteger_div(product.get(), y.get(), &rest));
+  Big r(rest);
+  if (!quotient) return false;
+  EXPECT_EQ(orlix_biginteger_cmp(quotient.get(), x.get()), 0);
+  EXPECT_EQ(orlix_biginteger_getsign(r.get()), 0);
+  Big gcd(orlix_biginteger_gcd(x.get(), y.get()));
+  if (!gcd) return false;
+  Big mulmod(orlix_biginteger_mulmod(x.get(), y.get(), m.get()));
+  if (!mulmod) return false;
+  char *text = nullptr;  // GMP's conversion takes temporaries of its own
+  if (orlix_biginteger_unsigned_todec(m.get(), &text, nullptr) != 1) return false;
+  orlix_free(text);
+  Big prime(orlix_biginteger_newdec("40234967541156120656123962919"));
+  if (!prime) return false;
+  const int is_prime = orlix_biginteger_isprime(prime.get());
+  if (is_prime == 0) return false;
+  EXPECT_EQ(is_prime, 1);
   return true;
 }

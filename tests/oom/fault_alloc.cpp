@@ -1,7 +1,10 @@
 #include "fault_alloc.hpp"
 
+#include <gmp.h>
+
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 #include "ORLIX_Util.h"
 
@@ -34,6 +37,7 @@ struct State {
   bool sticky = false;
   bool injected = false;
   int paused = 0;
+  bool gmp = false;  // count GMP's requests instead of the library's
 };
 
 State g;
@@ -48,7 +52,7 @@ bool should_fail() {
 
 void *counting_malloc(uint64_t size, const char *file, int32_t line) {
   ++g.calls;
-  if (should_fail()) {
+  if (!g.gmp && should_fail()) {
     g.injected = true;
     return nullptr;
   }
@@ -77,9 +81,63 @@ void counting_free(void *p) {
   std::free(h);
 }
 
+struct GmpFunctions {
+  void *(*alloc)(size_t) = nullptr;
+  void *(*realloc)(void *, size_t, size_t) = nullptr;
+  void (*free)(void *, size_t) = nullptr;
+  std::set<void *> born;  // taken while armed for GMP, not yet returned
+};
+
+GmpFunctions gmp;
+constexpr size_t kImpossible = SIZE_MAX / 2;
+
+bool gmp_counted() { return g.gmp && g.armed && g.paused == 0; }
+
+void *gmp_alloc(size_t n) {
+  if (g.gmp && should_fail()) {
+    g.injected = true;
+    return gmp.alloc(kImpossible);
+  }
+  void *p = gmp.alloc(n);
+  if (gmp_counted()) gmp.born.insert(p);
+  return p;
+}
+
+void *gmp_realloc(void *p, size_t old_size, size_t n) {
+  if (g.gmp && should_fail()) {
+    g.injected = true;
+    return gmp.realloc(p, old_size, kImpossible);
+  }
+  void *q = gmp.realloc(p, old_size, n);
+  // A block from before the run (an operand grown in place) stays its
+  // owner's; only blocks born in the run are followed.
+  if (gmp.born.erase(p) != 0) gmp.born.insert(q);
+  return q;
+}
+
+void gmp_free(void *p, size_t n) {
+  gmp.born.erase(p);
+  gmp.free(p, n);
+}
+
 }  // namespace
 
-bool InstallHooks() { return orlix_setallocfunc(counting_malloc, counting_free) == 1; }
+bool InstallHooks() {
+  if (orlix_setallocfunc(counting_malloc, counting_free) != 1) return false;
+  // The library installed its GMP functions when it was loaded.
+  mp_get_memory_functions(&gmp.alloc, &gmp.realloc, &gmp.free);
+  mp_set_memory_functions(gmp_alloc, gmp_realloc, gmp_free);
+  return true;
+}
+
+void ArmGmp(bool on) { g.gmp = on; }
+
+int64_t StrandedGmpBlocks() { return static_cast<int64_t>(gmp.born.size()); }
+
+void ReleaseStrandedGmpBlocks() {
+  for (void *p : gmp.born) gmp.free(p, 0);
+  gmp.born.clear();
+}
 
 int64_t LiveBlocks() { return g.live; }
 

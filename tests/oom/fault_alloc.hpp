@@ -42,6 +42,18 @@ int64_t CountedAllocations();
 // True once an injected failure has been returned since Arm.
 bool FailureInjected();
 
+// GMP's memory functions are wrapped around the library's own by
+// InstallHooks. With ArmGmp(true), Arm counts and fails GMP's requests
+// instead of the library's: a failing request is passed on as one the C
+// library cannot meet, so that the library's own failure path runs (its
+// function throws and the entry point catches). GMP blocks taken while so
+// armed and never returned are "stranded": a failure inside a GMP call
+// leaves that call's temporaries behind, as GMP's C code cannot release
+// them while an exception passes.
+void ArmGmp(bool on);
+int64_t StrandedGmpBlocks();
+void ReleaseStrandedGmpBlocks();
+
 // While one of these lives, allocations are neither counted nor failed. A
 // scenario uses it for set-up it does not want swept, or to show that a
 // structure is still usable after a failure.

@@ -3,14 +3,14 @@
 #include <cstring>
 #include <string>
 
-#include "../json/json_reference.hpp"
+#include "../json/json_test_util.hpp"
 #include "ORLIX_JSON.h"
 #include "ORLIX_Util.h"
 #include "sweep.hpp"
 
 namespace {
 
-using json_ref::Tree;
+using json_test::Tree;
 
 std::string Repeat(const std::string &s, int n) {
   std::string out;
@@ -36,12 +36,12 @@ std::string BigDocument() {
 // The library's own encoding, taken without injected failures.
 std::string EncodePaused(ORLIX_JSON *tree, uint32_t flags = 0) {
   oom::PauseInjection pause;
-  return json_ref::EncodeTree(tree, flags).value_or("<encode failed>");
+  return json_test::EncodeTree(tree, flags).value_or("<encode failed>");
 }
 
 Tree BuildPaused(const std::string &text) {
   oom::PauseInjection pause;
-  Tree t = json_ref::DecodeText(text);
+  Tree t = json_test::DecodeText(text);
   EXPECT_NE(t, nullptr);
   return t;
 }
@@ -52,11 +52,11 @@ ORLIX_OOM_SCENARIO(json, DecodeValid) {
   static const std::string text = BigDocument();
   static const std::string expected = [] {
     oom::PauseInjection pause;
-    Tree t = json_ref::DecodeText(text);
-    return t ? json_ref::EncodeTree(t.get()).value_or("") : "";
+    Tree t = json_test::DecodeText(text);
+    return t ? json_test::EncodeTree(t.get()).value_or("") : "";
   }();
   EXPECT_FALSE(expected.empty());
-  Tree t = json_ref::DecodeText(text);
+  Tree t = json_test::DecodeText(text);
   if (!t) return false;
   EXPECT_EQ(EncodePaused(t.get()), expected);
   return true;
@@ -77,7 +77,7 @@ ORLIX_OOM_SCENARIO(json, DecodeInvalid, .absorbs_failures = true) {
   };
   int accepted = 0;
   for (const auto &text : texts) {
-    Tree t = json_ref::DecodeText(text);
+    Tree t = json_test::DecodeText(text);
     accepted += t != nullptr;
   }
   EXPECT_EQ(accepted, 0);

@@ -9,14 +9,11 @@
 
 #include "ORLIX_Error.h"
 #include "ORLIX_Stream.h"
+#include "owned.hpp"
 
 namespace oom {
 
-// Owns a whole chain: freeing any link frees every stream of it.
-struct ChainDeleter {
-  void operator()(ORLIX_Stream *s) const { orlix_stream_freeall(s); }
-};
-using Chain = std::unique_ptr<ORLIX_Stream, ChainDeleter>;
+using Chain = orlix_test::Chain;
 
 // Deterministic, non-repeating-looking bytes.
 inline std::vector<unsigned char> Pattern(size_t n, unsigned seed = 1) {

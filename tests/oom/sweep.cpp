@@ -11,11 +11,16 @@ struct Run {
   int64_t allocations;
 };
 
-Run RunOnce(Scenario scenario, int64_t fail_at, bool sticky) {
+Run RunOnce(Scenario scenario, int64_t fail_at, bool sticky, const Options &options) {
+  ArmGmp(options.gmp);
   Arm(fail_at, sticky);
   const bool completed = scenario();
   Run run{completed, FailureInjected(), CountedAllocations()};
   Disarm();
+  ArmGmp(false);
+  EXPECT_LE(StrandedGmpBlocks(), run.injected ? options.gmp_temporaries : 0)
+      << "GMP blocks left behind";
+  ReleaseStrandedGmpBlocks();
   return run;
 }
 
@@ -39,7 +44,7 @@ void Sweep(const char *name, Scenario scenario, const Options &options) {
   int64_t runs = 1;
   const Run clean = [&] {
     SCOPED_TRACE("run without injected failures");
-    const Run run = RunOnce(scenario, 0, false);
+    const Run run = RunOnce(scenario, 0, false, options);
     EXPECT_TRUE(run.completed) << name << " fails with nothing injected";
     return run;
   }();
@@ -50,7 +55,7 @@ void Sweep(const char *name, Scenario scenario, const Options &options) {
       SCOPED_TRACE(testing::Message()
                    << "allocation " << k << (sticky ? " and all after it" : "") << " failing");
       ASSERT_LE(k, options.max_allocations) << name << " never stops allocating";
-      const Run run = RunOnce(scenario, k, sticky);
+      const Run run = RunOnce(scenario, k, sticky, options);
       ++runs;
       if (!run.injected) {
         // Past the last allocation: the scenario must behave as the clean run.

@@ -40,6 +40,10 @@ struct Options {
   bool absorbs_failures = false;
   // Safety stop for a scenario whose allocation count never settles.
   int64_t max_allocations = 100000;
+  // Fail GMP's allocations instead of the library's (see ArmGmp), allowing
+  // this many GMP blocks to be stranded by a failed run.
+  bool gmp = false;
+  int64_t gmp_temporaries = 0;
 };
 
 // Runs the sweep described above for one scenario.
@@ -55,3 +59,14 @@ void Sweep(const char *name, Scenario scenario, const Options &options = {});
     ::oom::Sweep(#suite "." #name, &OomScenario_##suite##_##name, ::oom::Options{__VA_ARGS__}); \
   }                                                                                             \
   static bool OomScenario_##suite##_##name()
+
+// A big-integer scenario swept twice: failing the library's allocations,
+// then GMP's, with up to `temporaries` GMP blocks stranded by a failure.
+#define ORLIX_OOM_GMP_SCENARIO(name, temporaries)                                      \
+  static bool OomScenario_BigInt_##name();                                             \
+  TEST(OomBigInt, name) { ::oom::Sweep("BigInt." #name, &OomScenario_BigInt_##name); } \
+  TEST(OomBigInt, name##InGmp) {                                                       \
+    ::oom::Sweep("BigInt." #name " in GMP", &OomScenario_BigInt_##name,                \
+                 ::oom::Options{.gmp = true, .gmp_temporaries = (temporaries)});       \
+  }                                                                                    \
+  static bool OomScenario_BigInt_##name()

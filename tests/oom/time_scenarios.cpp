@@ -14,13 +14,11 @@
 #include "sweep.hpp"
 #include "time/ORLIX_Time_System.hpp"
 #include "time/ORLIX_Time_Zone.hpp"
+#include "owned.hpp"
 
 namespace {
 
-struct TimeDeleter {
-  void operator()(ORLIX_Time *t) const { orlix_time_free(t); }
-};
-using Time = std::unique_ptr<ORLIX_Time, TimeDeleter>;
+using Time = orlix_test::TimePtr;
 
 // The scratch root, made on first use and removed at exit.
 class ScratchRoot {

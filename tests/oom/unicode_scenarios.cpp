@@ -9,13 +9,11 @@
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 #include "sweep.hpp"
+#include "owned.hpp"
 
 namespace {
 
-struct StringDeleter {
-  void operator()(ORLIX_UString *s) const { orlix_ustring_free(s); }
-};
-using UStr = std::unique_ptr<ORLIX_UString, StringDeleter>;
+using UStr = orlix_test::UStr;
 
 UStr Input(const std::vector<uint64_t> &cps) {
   oom::PauseInjection pause;

@@ -11,19 +11,14 @@
 #include "ORLIX_UString.h"
 #include "ORLIX_Util.h"
 #include "sweep.hpp"
+#include "owned.hpp"
 
 namespace {
 
-struct UStringDeleter {
-  void operator()(ORLIX_UString *s) const { orlix_ustring_free(s); }
-};
-using UStr = std::unique_ptr<ORLIX_UString, UStringDeleter>;
+using UStr = orlix_test::UStr;
 
-struct BufferDeleter {
-  void operator()(void *p) const { orlix_free(p); }
-};
 template <class T>
-using Buffer = std::unique_ptr<T, BufferDeleter>;
+using Buffer = orlix_test::Buf<T>;
 
 // "Aé€😀" in UTF-8: one character of each UTF-8 length.
 const char kMixedUtf8[] = "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";

@@ -18,13 +18,11 @@
 #include "time/ORLIX_Time.hpp"
 #include "time/ORLIX_Time_System.hpp"
 #include "time/ORLIX_Time_Zone.hpp"
+#include "owned.hpp"
 
 namespace time_test {
 
-struct TimeDeleter {
-  void operator()(ORLIX_Time *t) const { orlix_time_free(t); }
-};
-using TimePtr = std::unique_ptr<ORLIX_Time, TimeDeleter>;
+using TimePtr = orlix_test::TimePtr;
 
 inline TimePtr Utc(int32_t y, int32_t mo, int32_t d, int32_t h = 0, int32_t mi = 0, int32_t s = 0,
                    int64_t ns = 0) {

@@ -20,18 +20,13 @@
 #include "ORLIX_Util.h"
 #include "ustring/ORLIX_UString.hpp"
 #include "python_oracle.hpp"
+#include "owned.hpp"
 
 namespace unicode_test {
 
-struct UStringDeleter {
-  void operator()(ORLIX_UString *s) const { orlix_ustring_free(s); }
-};
-using UStr = std::unique_ptr<ORLIX_UString, UStringDeleter>;
+using UStr = orlix_test::UStr;
 
-struct FreeDeleter {
-  void operator()(void *p) const { orlix_free(p); }
-};
-using Bytes = std::unique_ptr<char, FreeDeleter>;
+using Bytes = orlix_test::Buf<char>;
 
 using CodePoints = std::vector<uint32_t>;
 

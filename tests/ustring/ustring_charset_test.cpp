@@ -181,6 +181,7 @@ TEST(UStringMbs, ArgumentRulesAndNames) {
   EXPECT_EQ(orlix_ustring_newmbs("", "a", 1), nullptr);
   EXPECT_EQ(orlix_ustring_newmbs("UTF-8", "a", -1), nullptr);
   EXPECT_EQ(orlix_ustring_newmbs("UTF-8", nullptr, 1), nullptr);
+  EXPECT_EQ(orlix_ustring_newmbs("ISO-8859-1", nullptr, 1), nullptr);  // iconv's path too
 
   // utf-8 is matched ignoring case and decoded strictly; Utf8 goes to iconv.
   const std::string text = "a\xC3\xA9\xF0\x9F\x98\x80";

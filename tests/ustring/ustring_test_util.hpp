@@ -22,19 +22,14 @@
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 #include "python_oracle.hpp"
+#include "owned.hpp"
 
 namespace orlix_test {
 
-struct UStringDeleter {
-  void operator()(ORLIX_UString *s) const { orlix_ustring_free(s); }
-};
-using UStr = std::unique_ptr<ORLIX_UString, UStringDeleter>;
+using UStr = orlix_test::UStr;
 
-struct BufferDeleter {
-  void operator()(void *p) const { orlix_free(p); }
-};
 template <class T>
-using Buf = std::unique_ptr<T, BufferDeleter>;
+using Buf = orlix_test::Buf<T>;
 
 using CodePoints = std::vector<uint32_t>;
 using Units = std::vector<uint16_t>;

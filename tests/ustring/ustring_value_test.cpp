@@ -203,27 +203,6 @@ TEST(UStringOwnership, DupFreeAndCatShareTheValue) {
   EXPECT_TRUE(Shape(ba.get(), 4, 4, 0));
 }
 
-int CodePointCmp(const CodePoints &a, const CodePoints &b) {
-  if (std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end())) return -1;
-  return std::lexicographical_compare(b.begin(), b.end(), a.begin(), a.end()) ? 1 : 0;
-}
-
-// What ncmp compares: the first n + 1 characters, or the whole string and
-// its terminator when it has exactly n characters, or the whole string when
-// it has fewer.
-int NcmpModel(const CodePoints &a, const CodePoints &b, int64_t n) {
-  if (n == 0) return 0;
-  if (n < 0) return CodePointCmp(a, b);
-  const auto prefix = [n](CodePoints s) {
-    if (int64_t(s.size()) > n)
-      s.resize(size_t(n) + 1);
-    else if (int64_t(s.size()) == n)
-      s.push_back(0);
-    return s;
-  };
-  return CodePointCmp(prefix(a), prefix(b));
-}
-
 TEST(UStringCompare, NullRulesAndCodePointOrder) {
   UStr a = Utf8("abc"), b = Utf8("abd"), ab = Utf8("ab");
   EXPECT_EQ(orlix_ustring_cmp(nullptr, nullptr), 0);
@@ -248,26 +227,6 @@ TEST(UStringCompare, NullRulesAndCodePointOrder) {
   UStr e1 = Utf8("a\xF0\x9F\x98\x80"), e2 = Utf8("a\xF0\x9F\x98\x81");
   EXPECT_EQ(orlix_ustring_ncmp(e1.get(), e2.get(), 1), -1);
   EXPECT_EQ(orlix_ustring_ncmp(e1.get(), ffff.get(), 0), 0);
-}
-
-// Random strings over a small repertoire, so that equal prefixes, embedded
-// zeros and pairs next to U+FFFF are common.
-CodePoints SmallRandom(std::mt19937 &rng, size_t max_len) {
-  static const uint32_t pool[] = {0, 'a', 'b', 0xFFFF, 0xE000, 0x10000, 0x1F600, 0x10FFFF};
-  CodePoints s(rng() % (max_len + 1));
-  for (auto &c : s) c = pool[rng() % 8];
-  return s;
-}
-
-TEST(UStringCompare, RandomAgainstCodePointOrder) {
-  std::mt19937 rng(11);
-  for (int i = 0; i < 20000; ++i) {
-    const CodePoints a = SmallRandom(rng, 6), b = SmallRandom(rng, 6);
-    UStr sa = FromCodePoints(a), sb = FromCodePoints(b);
-    const int64_t n = int64_t(rng() % 10) - 1;
-    ASSERT_EQ(orlix_ustring_cmp(sa.get(), sb.get()), CodePointCmp(a, b)) << i;
-    ASSERT_EQ(orlix_ustring_ncmp(sa.get(), sb.get(), n), NcmpModel(a, b, n)) << i << " n=" << n;
-  }
 }
 
 // The requested characters, plus the high surrogate of the next character
@@ -338,14 +297,6 @@ TEST(UStringSubstring, RandomAgainstModel) {
   }
 }
 
-// First position >= start at which needle occurs, by brute force over code
-// points.
-int64_t NaiveFind(const CodePoints &h, int64_t start, const CodePoints &needle) {
-  for (size_t p = size_t(start); p + needle.size() <= h.size(); ++p)
-    if (std::equal(needle.begin(), needle.end(), h.begin() + p)) return int64_t(p);
-  return -1;
-}
-
 TEST(UStringFind, ArgumentRules) {
   UStr h = Utf8("abcab"), empty(orlix_ustring_new(nullptr)), ab = Utf8("ab");
   UStr longer = Utf8("abca");
@@ -367,40 +318,6 @@ TEST(UStringFind, ArgumentRules) {
   EXPECT_EQ(pos, -1);
   EXPECT_EQ(orlix_ustring_find(h.get(), 1, ab.get(), &pos), 1);
   EXPECT_EQ(pos, 3);
-}
-
-TEST(UStringFind, RandomAgainstNaiveSearch) {
-  std::mt19937 rng(37);
-  static const uint32_t pool[] = {'a', 'b', 0x1F600, 0x1F601, 0xFFFF};
-  for (int i = 0; i < 20000; ++i) {
-    CodePoints h(1 + rng() % 40);
-    for (auto &c : h) c = pool[rng() % (2 + rng() % 4)];
-    CodePoints needle;
-    switch (rng() % 3) {
-      case 0: {  // a piece of the haystack, so matches are common
-        const size_t from = rng() % h.size();
-        needle.assign(h.begin() + from, h.begin() + std::min(h.size(), from + 1 + rng() % 8));
-        break;
-      }
-      case 1: {  // a periodic prefix with a different last character
-        const CodePoints unit = {pool[rng() % 3], pool[rng() % 3]};
-        for (size_t k = 0, reps = 1 + rng() % 5; k < reps; ++k)
-          needle.insert(needle.end(), unit.begin(), unit.end());
-        needle.push_back(pool[rng() % 5]);
-        break;
-      }
-      default:
-        needle.resize(1 + rng() % 6);
-        for (auto &c : needle) c = pool[rng() % 5];
-    }
-    UStr sh = FromCodePoints(h), sn = FromCodePoints(needle);
-    const int64_t start = rng() % h.size();
-    int64_t pos = 12345;
-    const int found = orlix_ustring_find(sh.get(), start, sn.get(), &pos);
-    const int64_t want = NaiveFind(h, start, needle);
-    ASSERT_EQ(found, want >= 0 ? 1 : 0) << i;
-    ASSERT_EQ(pos, want) << i << " start " << start;
-  }
 }
 
 }  // namespace

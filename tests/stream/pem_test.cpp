@@ -4,9 +4,9 @@
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 
-#include "stream2_util.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 

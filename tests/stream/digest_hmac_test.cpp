@@ -4,9 +4,10 @@
 // the failure entries of every path.
 #include <openssl/hmac.h>
 
-#include "stream2_util.hpp"
+#include "md_evp.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 
@@ -104,7 +105,7 @@ TEST_F(Digest, PassThroughWritesHashWhatNextTook) {
 
   // A sink taking 5 bytes a call: one write hashes those 5 only; writen
   // gets everything through, 5 at a time.
-  ShortSink sink;
+  PieceSink sink;
   sink.piece = 5;
   Chain short_chain = Over(orlix_stream_new_md(&Sha1(), nullptr), sink.make());
   const std::string text = "0123456789ab";
@@ -121,12 +122,12 @@ TEST_F(Digest, PassThroughWritesHashWhatNextTook) {
   // A failing sink: its result and entry, nothing hashed. A failing update
   // after the sink took the bytes: "md update fail", the bytes stay written.
   Ctx ctx;
-  ShortSink bad;
-  bad.fail = true;
+  PieceSink bad;
+  bad.limit = 0;
   Chain bad_chain = Over(orlix_stream_new_md(&Sha1(), nullptr), bad.make());
   g_md_spy.reset();
   EXPECT_FAIL_WITH(ctx, orlix_stream_write(bad_chain.get(), "x", 1, &n, &ctx),
-                   ORLIX_ERR_STREAM_WRITE_FAIL, "test_sink");
+                   ORLIX_ERR_STREAM_WRITE_FAIL, kTestKind);
   EXPECT_EQ(g_md_spy.updates, 0);
   g_md_spy.fail_update = true;
   EXPECT_FAIL_WITH(ctx, orlix_stream_write(chain.get(), "def", 3, &n, &ctx),
@@ -361,7 +362,7 @@ TEST_F(Hmac, PassThroughControlCodesAndFailures) {
   EXPECT_FAIL_WITH(ctx, orlix_stream_read(h, buf, 1, &v, &ctx), ORLIX_ERR_STREAM_NO_SINK, kHmac);
   EXPECT_FAIL_WITH(ctx, orlix_stream_ctrl(h, 12, buf, &ctx), ORLIX_ERR_STREAM_NO_SINK, kHmac);
 
-  ShortSink sink;
+  PieceSink sink;
   sink.piece = 4;
   Chain chain = Over(h, sink.make());
   EXPECT_EQ(orlix_stream_ctrl(h, ORLIX_CTRL_MD_LENGTH, &v, &ctx), 1);

@@ -2,9 +2,10 @@
 // (shared, queue, read-only), file, and base64, hex and digest filters over
 // memory as sources; memory, file, the same filters and the null sink as
 // destinations.
-#include "stream2_util.hpp"
+#include "md_evp.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 
@@ -156,7 +157,7 @@ TEST(FileAndFilterCopy, FileSourceEndsWithAFailedRead) {
   const std::string data = RandomBytes(rng, 20000);
   TempFile f(data);
   Chain src(orlix_stream_new_file(f.path.c_str(), ORLIX_FILE_READ, nullptr));
-  ShortSink sink;
+  PieceSink sink;
   Chain dst(sink.make());
   Ctx ctx;
   uint64_t copied = 0;
@@ -174,7 +175,7 @@ TEST(FileAndFilterCopy, FileSourceEndsWithAFailedRead) {
   // A base64 source whose text stops inside a group is not at its end: the
   // copy fails, with nothing recorded.
   Chain b64 = Over(orlix_stream_new_base64(2, 64, 2, nullptr), RoMem("TWFuTQ"));
-  ShortSink sink2;
+  PieceSink sink2;
   Chain dst2(sink2.make());
   EXPECT_EQ(orlix_stream_writefromstream(dst2.get(), b64.get(), &copied, &ctx), 0);
   EXPECT_EQ(ctx.count(), 0);

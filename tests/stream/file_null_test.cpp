@@ -3,9 +3,9 @@
 // the null sink.
 #include <fcntl.h>
 
-#include "stream2_util.hpp"
+#include "stream_test_util.hpp"
 
-using namespace s2;
+using namespace orlix_test;
 
 namespace {
 
