@@ -26,13 +26,8 @@
 
 namespace {
 
-struct Str {
-  ORLIX_UString *s;
-  explicit Str(ORLIX_UString *p) : s(p) {}
-  ~Str() { orlix_ustring_free(s); }
-  Str(const Str &) = delete;
-  Str &operator=(const Str &) = delete;
-};
+using fuzz::Make;
+using fuzz::Str;
 
 bool Same(const ORLIX_UString *a, const ORLIX_UString *b) {
   if (a == nullptr || b == nullptr) return a == b;

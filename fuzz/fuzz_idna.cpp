@@ -22,6 +22,9 @@
 
 namespace {
 
+using fuzz::Make;
+using fuzz::Str;
+
 using Text = std::vector<uint32_t>;
 
 uint32_t NextCodePoint(fuzz::Reader &in) {
@@ -36,19 +39,6 @@ uint32_t NextCodePoint(fuzz::Reader &in) {
     return orlix::utf16::is_surrogate(cp) ? cp - 0x800 : cp;
   }
   return 0x10000 + (in.u16() | (in.u8() % 3) << 16);
-}
-
-struct Str {
-  ORLIX_UString *s;
-  explicit Str(ORLIX_UString *p) : s(p) {}
-  ~Str() { orlix_ustring_free(s); }
-  Str(const Str &) = delete;
-  Str &operator=(const Str &) = delete;
-};
-
-ORLIX_UString *Make(const Text &t) {
-  std::vector<uint64_t> wide(t.begin(), t.end());
-  return orlix_ustring_newutf32(wide.data(), static_cast<int64_t>(wide.size()));
 }
 
 Text Decode(const ORLIX_UString *s) {

@@ -25,6 +25,9 @@
 
 namespace {
 
+using fuzz::Make;
+using fuzz::Str;
+
 using Text = std::vector<uint32_t>;
 namespace h = orlix::hangul;
 
@@ -55,11 +58,6 @@ Text Decode(const ORLIX_UString *s) {
   return out;
 }
 
-ORLIX_UString *Make(const Text &t) {
-  std::vector<uint64_t> wide(t.begin(), t.end());
-  return orlix_ustring_newutf32(wide.data(), static_cast<int64_t>(wide.size()));
-}
-
 uint32_t Class(uint32_t cp) {
   const auto *row = orlix::lookup::combining_class(cp);
   return row ? row->combining_class : 0;
@@ -79,14 +77,6 @@ bool LvRuleMayApply(const Text &d) {
 }
 
 // ---- checks ------------------------------------------------------------------------
-
-struct Str {
-  ORLIX_UString *s;
-  explicit Str(ORLIX_UString *p) : s(p) {}
-  ~Str() { orlix_ustring_free(s); }
-  Str(const Str &) = delete;
-  Str &operator=(const Str &) = delete;
-};
 
 void CheckRecord(const ORLIX_UString *s) {
   FUZZ_CHECK(s != nullptr);

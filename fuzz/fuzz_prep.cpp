@@ -23,20 +23,10 @@
 
 namespace {
 
+using fuzz::Make;
+using fuzz::Str;
+
 using Text = std::vector<uint32_t>;
-
-struct Str {
-  ORLIX_UString *s;
-  explicit Str(ORLIX_UString *p) : s(p) {}
-  ~Str() { orlix_ustring_free(s); }
-  Str(const Str &) = delete;
-  Str &operator=(const Str &) = delete;
-};
-
-ORLIX_UString *Make(const Text &t) {
-  std::vector<uint64_t> wide(t.begin(), t.end());
-  return orlix_ustring_newutf32(wide.data(), static_cast<int64_t>(wide.size()));
-}
 
 Text Units(const ORLIX_UString *s) { return Text(s->data, s->data + s->length); }
 

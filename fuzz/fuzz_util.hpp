@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "ORLIX_Error.h"
+#include "ORLIX_UString.h"
 
 // Aborts with the failed condition and an optional printf-style message.
 #define FUZZ_CHECK(cond, ...)                                                             \
@@ -53,5 +55,20 @@ class Reader {
   size_t size_;
   size_t pos_ = 0;
 };
+
+// An owned string, released when it goes out of scope.
+struct Str {
+  ORLIX_UString *s;
+  explicit Str(ORLIX_UString *p) : s(p) {}
+  ~Str() { orlix_ustring_free(s); }
+  Str(const Str &) = delete;
+  Str &operator=(const Str &) = delete;
+};
+
+// A string of code points; nullptr when the constructor refuses them.
+inline ORLIX_UString *Make(const std::vector<uint32_t> &code_points) {
+  std::vector<uint64_t> wide(code_points.begin(), code_points.end());
+  return orlix_ustring_newutf32(wide.data(), static_cast<int64_t>(wide.size()));
+}
 
 }  // namespace fuzz
