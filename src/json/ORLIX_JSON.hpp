@@ -105,4 +105,10 @@ inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *hi
   return k;
 }
 
+// The text "%lf" gives for v in the C locale: the exact binary value
+// rounded half to even at six digits after the point, "inf", "-inf", "nan"
+// or "-nan"; NUL-terminated in out (kFixed6Size bytes). Returns its length.
+inline constexpr size_t kFixed6Size = 400;
+size_t format_fixed6(double v, char *out);
+
 }  // namespace orlix::json

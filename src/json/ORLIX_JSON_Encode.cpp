@@ -63,32 +63,128 @@ class Writer {
 
 // Shortens "%lf" text: drops trailing zeros after the point, and the point
 // itself when nothing follows it ("1.500000" -> "1.5", "2.000000" -> "2").
-void trimzero(char *text) {
+// Returns the new length.
+size_t trimzero(char *text) {
   const size_t n = std::strlen(text);
-  if (n == 0) return;
+  if (n == 0) return 0;
   size_t point;
   if (text[0] == '.') {
     if (n == 1) {
       std::strcpy(text, "0");
-      return;
+      return 1;
     }
     point = 0;
   } else {
     const char *dot = std::strchr(text + 1, '.');
-    if (dot == nullptr) return;  // "inf", "nan"
+    if (dot == nullptr) return n;  // "inf", "nan"
     point = static_cast<size_t>(dot - text);
   }
   size_t end = n;
   if (point == end - 1) {
     text[point] = '\0';
-    return;
+    return point;
   }
   while (end - 1 > point && text[end - 1] == '0') text[--end] = '\0';
   if (end - 1 == point) {
-    if (point == 0) std::strcpy(text, "0");
-    else text[point] = '\0';
+    if (point == 0) {
+      std::strcpy(text, "0");
+      return 1;
+    }
+    text[point] = '\0';
+    return point;
   }
+  return end;
 }
+
+// Two decimal digits for each value 0-99.
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Writes v in decimal at p and returns the end.
+char *put_decimal(char *p, uint64_t v) {
+  char digits[20];
+  char *d = digits + sizeof digits;
+  while (v >= 100) {
+    const auto pair = static_cast<size_t>(v % 100) * 2;
+    v /= 100;
+    *--d = kDigitPairs[pair + 1];
+    *--d = kDigitPairs[pair];
+  }
+  if (v >= 10) {
+    *--d = kDigitPairs[v * 2 + 1];
+    *--d = kDigitPairs[v * 2];
+  } else {
+    *--d = static_cast<char>('0' + v);
+  }
+  const auto count = static_cast<size_t>(digits + sizeof digits - d);
+  std::memcpy(p, d, count);
+  return p + count;
+}
+
+}  // namespace
+
+namespace orlix::json {
+
+// v is m * 2^e with an integer m below 2^53; the text is the integer
+// N = m * 10^6 * 2^e rounded half to even, with a point before its last six
+// digits. The product m * 10^6 stays below 2^73, so 128 bits hold it exactly,
+// and the rounding looks at exactly the bits a right shift drops. Values
+// whose N does not fit 64 bits (magnitudes from about 1.8e13 up), and
+// infinities and NaN, take the standard library's exact fixed form, which
+// prints the same text.
+size_t format_fixed6(double v, char *out) {
+  uint64_t bits;
+  std::memcpy(&bits, &v, sizeof bits);
+  const auto biased = static_cast<int>(bits >> 52 & 0x7FF);
+  uint64_t m = bits & ((uint64_t{1} << 52) - 1);
+  int e;
+  if (biased == 0) {
+    e = -1074;
+  } else {
+    m |= uint64_t{1} << 52;
+    e = biased - 1075;
+  }
+  using u128 = unsigned __int128;
+  const u128 scaled = static_cast<u128>(m) * 1000000u;
+  uint64_t n = 0;
+  bool fits = biased != 0x7FF;
+  if (fits && e >= 0) {
+    fits = e < 64 && (scaled >> (64 - e)) == 0;
+    if (fits) n = static_cast<uint64_t>(scaled << e);
+  } else if (fits && e > -128) {
+    const int s = -e;
+    u128 q = scaled >> s;
+    const u128 rest = scaled - (q << s);
+    const u128 half = static_cast<u128>(1) << (s - 1);
+    if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+    fits = (q >> 64) == 0;
+    n = static_cast<uint64_t>(q);
+  }  // else e <= -128: v * 10^6 is below 2^-54, so N is 0
+  if (!fits) {
+    const auto r = std::to_chars(out, out + kFixed6Size - 1, v, std::chars_format::fixed, 6);
+    *r.ptr = '\0';
+    return static_cast<size_t>(r.ptr - out);
+  }
+  char *p = out;
+  if (bits >> 63) *p++ = '-';
+  p = put_decimal(p, n / 1000000);
+  auto fraction = static_cast<uint32_t>(n % 1000000);
+  p[0] = '.';
+  for (int k = 6; k > 0; k -= 2) {
+    const uint32_t pair = fraction % 100 * 2;
+    fraction /= 100;
+    p[k - 1] = kDigitPairs[pair];
+    p[k] = kDigitPairs[pair + 1];
+  }
+  p[7] = '\0';
+  return static_cast<size_t>(p + 7 - out);
+}
+
+}  // namespace orlix::json
+
+namespace {
 
 class Encoder {
  public:
@@ -153,17 +249,19 @@ bool Encoder::string(const char *bytes, int32_t length) {
 // Integral values in 32-bit range as "%d"; everything else as "%lf" then
 // trimmed. Formatting never depends on the process locale.
 bool Encoder::number(double v) {
-  char text[400];
-  std::to_chars_result r;
+  char text[orlix::json::kFixed6Size];
+  size_t n;
   if (v - std::floor(v) == 0 && v >= -2147483648.0 && v <= 2147483647.0) {
-    r = std::to_chars(text, text + sizeof text - 1, static_cast<int32_t>(v));
+    const auto i = static_cast<int32_t>(v);
+    char *p = text;
+    if (i < 0) *p++ = '-';
+    p = put_decimal(p, i < 0 ? 0u - static_cast<uint32_t>(i) : static_cast<uint32_t>(i));
+    n = static_cast<size_t>(p - text);
   } else {
-    r = std::to_chars(text, text + sizeof text - 1, v, std::chars_format::fixed, 6);
+    orlix::json::format_fixed6(v, text);
+    n = trimzero(text);
   }
-  if (r.ec != std::errc{}) return false;
-  *r.ptr = '\0';
-  trimzero(text);
-  return out_.put(text);
+  return out_.put(text, n);
 }
 
 // Writes a scalar, or opens a container. Returns kOpened for a container
