@@ -8,40 +8,97 @@
 #include <emmintrin.h>
 #endif
 
-#include "ORLIX_ArrayList.h"
 #include "ORLIX_JSON.h"
 #include "core/memory.hpp"
 
+// A node is 16 bytes; an object or array node is the first part of a
+// Container. A decoded tree is carved out of a few large blocks (an Arena):
+// its nodes carry kCarved and are never released one by one, while nodes
+// added to it later come from blocks of their own. Its root carries
+// kArenaRoot and releases the blocks with the tree.
 struct ORLIX_JSON_st {
-  uint32_t type;
+  uint8_t type;
+  uint8_t flags;
+  uint16_t reserved;
+  int32_t length;  // a string's length in bytes; a container's entry count
   union {
     int32_t boolean;  // 0 or 1
     double number;
-    char *string;  // length bytes and a NUL, stored in the node's own block
-    ORLIX_ArrayList *list;
+    char *string;   // length bytes and a NUL, in the node's own block
+    void *entries;  // ORLIX_JSON *[] for an array, Member[] for an object
   } value;
-  int32_t length;  // string length in bytes
 };
 
 namespace orlix::json {
 
 inline constexpr char kModule[] = "ORLIX_JSON";
 
-// One object member. The name node and its bytes live in the item's block.
-struct ObjectItem {
+inline constexpr uint8_t kCarved = 1;         // inside an arena block
+inline constexpr uint8_t kArenaRoot = 2;      // the first node of its arena
+inline constexpr uint8_t kEntriesCarved = 4;  // a container's entries are in an arena block
+
+struct Container {
+  ORLIX_JSON node;
+  int32_t capacity;  // entries the entry block holds
+  uint32_t unused;
+};
+
+// One object member: its name (a string node) and its value.
+struct Member {
   ORLIX_JSON *name;
   ORLIX_JSON *value;
 };
 
+inline bool is_container(const ORLIX_JSON *node) {
+  return node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY;
+}
+inline ORLIX_JSON **elements(const ORLIX_JSON *array) {
+  return static_cast<ORLIX_JSON **>(array->value.entries);
+}
+inline Member *members(const ORLIX_JSON *object) {
+  return static_cast<Member *>(object->value.entries);
+}
+
 // A string node over bytes already known to be valid UTF-8.
 ORLIX_JSON *new_string_unchecked(const char *bytes, int32_t length);
 
-// A member named by bytes known to be valid UTF-8, adopting value; nullptr
-// when memory runs out (value is then left to the caller).
-ObjectItem *new_item(const char *name, int32_t length, ORLIX_JSON *value);
+// Releases a node and everything below it that is not carved out of an
+// arena; an arena's root releases the arena as well.
+void release(ORLIX_JSON *node);
 
-// Releases a member: its value, then its block.
-void free_item(void *item);
+// Large blocks from orlix_malloc, carved into the nodes of one decoded tree.
+// The first node carved becomes the tree's root, and the root owns the
+// blocks once adopt() is called; until then the arena frees them itself.
+class Arena {
+ public:
+  // hint: the length of the text being decoded, which sizes the first block.
+  explicit Arena(int64_t hint);
+  ~Arena();
+  Arena(const Arena &) = delete;
+  Arena &operator=(const Arena &) = delete;
+  // size bytes, 8-aligned; nullptr when memory runs out.
+  void *carve(int64_t size) {
+    size = (size + 7) & ~int64_t{7};
+    if (size <= end_ - next_) {
+      void *p = next_;
+      next_ += size;
+      return p;
+    }
+    return carve_slow(size);
+  }
+  // Hands the blocks to the root (the first node carved), marking it.
+  void adopt(ORLIX_JSON *root);
+
+  struct Block;
+
+ private:
+  void *carve_slow(int64_t size);
+  Block *first_ = nullptr;
+  Block *last_ = nullptr;
+  char *next_ = nullptr;
+  char *end_ = nullptr;
+  int64_t next_size_;
+};
 
 // The total order on values used to sort a container (negative, zero,
 // positive): type codes first, then scalar values, then containers by entry
@@ -55,7 +112,7 @@ class Comparer {
   // runs out.
   bool prepare(const ORLIX_JSON *tree);
   int values(const ORLIX_JSON *a, const ORLIX_JSON *b);
-  int members(const ObjectItem *a, const ObjectItem *b);
+  int members(const Member *a, const Member *b);
 
  private:
   struct Frame {
@@ -67,9 +124,9 @@ class Comparer {
   SmallBuffer<Frame, 16> stack_;
 };
 
-// Orders two list slots holding members or values, for qsort_r with a
-// prepared Comparer as its argument.
-int compare_item_slots(const void *a, const void *b, void *comparer);
+// Orders two members, or two element slots, for qsort_r with a prepared
+// Comparer as its argument.
+int compare_member_slots(const void *a, const void *b, void *comparer);
 int compare_value_slots(const void *a, const void *b, void *comparer);
 
 // The first index in [k, n) holding a quote, a backslash or a control byte

@@ -11,14 +11,14 @@
 #include <cstring>
 
 #include "ORLIX_Util.h"
-#include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
 using orlix::json::kModule;
-using orlix::json::ObjectItem;
+using orlix::json::Container;
+using orlix::json::kCarved;
 
 namespace {
 
@@ -125,21 +125,15 @@ int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
 }
 
 struct Frame {
-  ORLIX_JSON *node;      // the open container
-  ObjectItem *pending;   // an object's member waiting for its value
+  ORLIX_JSON *node;  // the open container
+  int64_t base;      // where its entries start on the entry stack
 };
 
 class Decoder {
  public:
+  // Everything carved for a text that is refused goes with the arena.
   Decoder(const unsigned char *text, int64_t length)
-      : s_(text), n_(length), limit_(orlix_get_recursive_level()) {}
-  ~Decoder() {
-    assert(node_ == nullptr);  // a failed state never leaves a value in hand
-    for (int64_t k = 0; k < stack_.size(); ++k) {
-      orlix::json::free_item(stack_[k].pending);
-      orlix_json_free(stack_[k].node);
-    }
-  }
+      : s_(text), n_(length), limit_(orlix_get_recursive_level()), arena_(length) {}
   Decoder(const Decoder &) = delete;
   Decoder &operator=(const Decoder &) = delete;
 
@@ -197,7 +191,19 @@ class Decoder {
   State after_value();
   State member();
 
-  ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
+  ORLIX_JSON *literal(const char *word, int64_t size, uint8_t type, int32_t boolean);
+  // A node from the arena (a Container for an object or array).
+  ORLIX_JSON *carve(uint8_t type, int64_t size = sizeof(ORLIX_JSON)) {
+    auto *node = static_cast<ORLIX_JSON *>(arena_.carve(size));
+    if (node == nullptr) return nullptr;
+    node->type = type;
+    node->flags = kCarved;
+    node->reserved = 0;
+    node->length = 0;
+    return node;
+  }
+  ORLIX_JSON *carve_string(const char *bytes, int32_t length);
+  bool close_container();
   ORLIX_JSON *number();
   bool string(const char **bytes, int32_t *length);
   bool escaped_string(int64_t run_start, bool *high);
@@ -213,22 +219,39 @@ class Decoder {
   uint32_t code_ = ORLIX_JSON_ERROR_NONE;
   int64_t at_ = 0;
   ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
+  orlix::json::Arena arena_;
   orlix::SmallBuffer<Frame, 32> stack_{kModule};
+  // The finished entries of the open containers, innermost last: elements,
+  // or a member's name and value one after the other.
+  orlix::SmallBuffer<ORLIX_JSON *, 256> entries_{kModule};
   orlix::SmallBuffer<char, 256> scratch_{kModule};
 };
 
-ORLIX_JSON *make_null() { return orlix_json_newnull(); }
-ORLIX_JSON *make_true() { return orlix_json_newboolean(1); }
-ORLIX_JSON *make_false() { return orlix_json_newboolean(0); }
-
-ORLIX_JSON *Decoder::literal(const char *word, int64_t size, ORLIX_JSON *(*make)()) {
+ORLIX_JSON *Decoder::literal(const char *word, int64_t size, uint8_t type, int32_t boolean) {
   if (n_ - i_ < size || std::memcmp(s_ + i_, word, static_cast<size_t>(size)) != 0) {
     fail(ORLIX_JSON_ERROR_LITERAL, i_);
     return nullptr;
   }
-  ORLIX_JSON *node = make();
-  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  ORLIX_JSON *node = carve(type);
+  if (node == nullptr) {
+    fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    return nullptr;
+  }
+  node->value.entries = nullptr;
+  node->value.boolean = boolean;
   i_ += size;
+  return node;
+}
+
+// A string node with its bytes right after it.
+ORLIX_JSON *Decoder::carve_string(const char *bytes, int32_t length) {
+  ORLIX_JSON *node = carve(ORLIX_JSON_STRING, int64_t{sizeof(ORLIX_JSON)} + length + 1);
+  if (node == nullptr) return nullptr;
+  char *text = reinterpret_cast<char *>(node + 1);
+  std::memcpy(text, bytes, static_cast<size_t>(length));
+  text[length] = '\0';
+  node->value.string = text;
+  node->length = length;
   return node;
 }
 
@@ -274,8 +297,12 @@ ORLIX_JSON *Decoder::number() {
     text[last - first] = '\0';
     value = strtod_c_locale(text.data());
   }
-  ORLIX_JSON *node = orlix_json_newnumber(value);
-  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  ORLIX_JSON *node = carve(ORLIX_JSON_NUMBER);
+  if (node == nullptr) {
+    fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    return nullptr;
+  }
+  node->value.number = value;
   i_ = j;
   return node;
 }
@@ -389,17 +416,29 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
   assert(!stack_.empty());
-  Frame &f = stack_.back();
-  if (f.node->type == ORLIX_JSON_ARRAY) {
-    if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
-    orlix_json_free(node);
-    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  return entries_.push_back(node) || fail(ORLIX_JSON_ERROR_MEMORY, i_);
+}
+
+// The innermost container is complete: its entries move from the entry
+// stack into a block carved to their exact size, and it becomes node_.
+bool Decoder::close_container() {
+  const Frame f = stack_.back();
+  stack_.pop_back();
+  const int64_t words = entries_.size() - f.base;
+  ORLIX_JSON *node = f.node;
+  if (words > 0) {
+    void *entries = arena_.carve(words * static_cast<int64_t>(sizeof(ORLIX_JSON *)));
+    if (entries == nullptr) return fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    std::memcpy(entries, entries_.data() + f.base, static_cast<size_t>(words) * sizeof(ORLIX_JSON *));
+    node->value.entries = entries;
+    node->flags |= orlix::json::kEntriesCarved;
   }
-  assert(f.pending != nullptr);
-  f.pending->value = node;
-  if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1)
-    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
-  f.pending = nullptr;
+  // An object's entries are name, value pairs: exactly the layout of Member.
+  const int64_t count = node->type == ORLIX_JSON_OBJECT ? words / 2 : words;
+  node->length = static_cast<int32_t>(count);
+  reinterpret_cast<Container *>(node)->capacity = static_cast<int32_t>(count);
+  entries_.resize(f.base);
+  node_ = node;
   return true;
 }
 
@@ -413,16 +452,16 @@ Decoder::State Decoder::value() {
       const char *bytes;
       int32_t length;
       if (!string(&bytes, &length)) return State::kFailed;
-      node_ = orlix::json::new_string_unchecked(bytes, length);
+      node_ = carve_string(bytes, length);
       if (node_ == nullptr) {
         fail(ORLIX_JSON_ERROR_MEMORY, at);
         return State::kFailed;
       }
       return State::kAfterValue;
     }
-    case 'n': node_ = literal("null", 4, make_null); break;
-    case 't': node_ = literal("true", 4, make_true); break;
-    case 'f': node_ = literal("false", 5, make_false); break;
+    case 'n': node_ = literal("null", 4, ORLIX_JSON_NULL, 0); break;
+    case 't': node_ = literal("true", 4, ORLIX_JSON_BOOLEAN, 1); break;
+    case 'f': node_ = literal("false", 5, ORLIX_JSON_BOOLEAN, 0); break;
     case '-':
     case '0': case '1': case '2': case '3': case '4':
     case '5': case '6': case '7': case '8': case '9': node_ = number(); break;
@@ -438,20 +477,20 @@ Decoder::State Decoder::open_container() {
   if (i_ == n_) return ended();
   if (s_[i_] != '[' && s_[i_] != '{') return refuse(ORLIX_JSON_ERROR_CHARACTER);
   const bool object = s_[i_] == '{';
-  ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
+  ORLIX_JSON *container = carve(object ? ORLIX_JSON_OBJECT : ORLIX_JSON_ARRAY, sizeof(Container));
   if (container == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
-  if (!stack_.push_back(Frame{container, nullptr})) {
-    orlix_json_free(container);
-    return refuse(ORLIX_JSON_ERROR_MEMORY);
-  }
+  container->value.entries = nullptr;
+  reinterpret_cast<Container *>(container)->capacity = 0;
+  reinterpret_cast<Container *>(container)->unused = 0;
+  if (!stack_.push_back(Frame{container, entries_.size()})) return refuse(ORLIX_JSON_ERROR_MEMORY);
   ++i_;
   skip_ws();
   if (i_ == n_) return ended();
   if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    node_ = container;
     stack_.pop_back();
+    node_ = container;
     return State::kAfterValue;
   }
   return object ? State::kMember : State::kValue;  // the first member or element
@@ -472,9 +511,7 @@ Decoder::State Decoder::after_value() {
   if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    node_ = stack_.back().node;
-    stack_.pop_back();
-    return State::kAfterValue;
+    return close_container() ? State::kAfterValue : State::kFailed;
   }
   if (s_[i_] != ',') return refuse(ORLIX_JSON_ERROR_CHARACTER);
   ++i_;
@@ -485,8 +522,7 @@ Decoder::State Decoder::after_value() {
 
 // A member name, a colon, then its value at the next level.
 Decoder::State Decoder::member() {
-  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT &&
-         stack_.back().pending == nullptr);
+  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT);
   const char *name;
   int32_t length;
   const int64_t at = i_;
@@ -499,8 +535,8 @@ Decoder::State Decoder::member() {
     }
     return State::kFailed;
   }
-  stack_.back().pending = orlix::json::new_item(name, length, nullptr);
-  if (stack_.back().pending == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  ORLIX_JSON *name_node = carve_string(name, length);
+  if (name_node == nullptr || !entries_.push_back(name_node)) return refuse(ORLIX_JSON_ERROR_MEMORY);
   if (i_ == n_) return ended();
   if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
   skip_ws();
@@ -527,6 +563,7 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
   *consumed = i_;
   ORLIX_JSON *tree = node_;
   node_ = nullptr;
+  arena_.adopt(tree);  // the first node carved: the tree now owns the arena
   return tree;
 }
 

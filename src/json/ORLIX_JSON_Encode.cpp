@@ -2,15 +2,15 @@
 // and handed to the caller as one NUL-terminated buffer.
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
-#include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
 
-using orlix::json::ObjectItem;
+using orlix::json::Member;
 
 namespace {
 
@@ -272,7 +272,7 @@ Encoder::Step Encoder::start(const ORLIX_JSON *node, uint32_t flags, int32_t lev
   const bool object = node->type == ORLIX_JSON_OBJECT;
   if (object || node->type == ORLIX_JSON_ARRAY) {
     if (!indent(flags, level) || !out_.put(object ? '{' : '[') || !newline(flags)) return kFailed;
-    if (orlix_arraylist_count(node->value.list) > 0) return kOpened;
+    if (node->length > 0) return kOpened;
     return indent(flags, level) && out_.put(object ? '}' : ']') ? kDone : kFailed;
   }
   if (node->type < ORLIX_JSON_STRING || node->type > ORLIX_JSON_NULL) return kFailed;
@@ -301,8 +301,7 @@ bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
   Step step = start(root, flags, level);
   if (step != kOpened) return step == kDone;
   orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
-  if (!open.push_back(Open{root, 0, static_cast<int32_t>(orlix_arraylist_count(root->value.list)),
-                           flags, level}))
+  if (!open.push_back(Open{root, 0, root->length, flags, level}))
     return false;
   while (!open.empty()) {
     const Open f = open.back();
@@ -315,23 +314,22 @@ bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
       continue;
     }
     ++open.back().next;
-    const void *slot = orlix_arraylist_getitemref(f.node->value.list, f.next);
-    const ORLIX_JSON *child = static_cast<const ORLIX_JSON *>(slot);
+    const ORLIX_JSON *child;
     uint32_t child_flags = f.flags;
     if (object) {
-      const auto *item = static_cast<const ObjectItem *>(slot);
-      if (item == nullptr || item->name == nullptr) return false;
-      if (!indent(f.flags, f.level + 1) || !string(item->name->value.string, item->name->length) ||
+      const Member &m = orlix::json::members(f.node)[f.next];
+      if (!indent(f.flags, f.level + 1) || !string(m.name->value.string, m.name->length) ||
           !out_.put(':'))
         return false;
-      child = item->value;
+      child = m.value;
       child_flags = 0;
+    } else {
+      child = orlix::json::elements(f.node)[f.next];
     }
     step = start(child, child_flags, f.level + 1);
     if (step == kFailed) return false;
     if (step == kOpened &&
-        !open.push_back(Open{child, 0, static_cast<int32_t>(orlix_arraylist_count(child->value.list)),
-                             child_flags, f.level + 1}))
+        !open.push_back(Open{child, 0, child->length, child_flags, f.level + 1}))
       return false;
   }
   return true;
@@ -365,7 +363,7 @@ bool indented_output_too_long(const ORLIX_JSON *root, uint32_t flags) {
     if (node != nullptr) {
       total += unit * level;  // before the value or the opening bracket
       if (node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY) {
-        const auto count = static_cast<int32_t>(orlix_arraylist_count(node->value.list));
+        const int32_t count = node->length;
         total += line + unit * level;  // after the opening, before the closing bracket
         if (node->type == ORLIX_JSON_OBJECT) {
           total += static_cast<uint64_t>(count) * (unit * (level + 1) + line);
@@ -381,7 +379,7 @@ bool indented_output_too_long(const ORLIX_JSON *root, uint32_t flags) {
     while (!open.empty() && open.back().next == open.back().count) open.pop_back();
     if (open.empty()) return false;
     Open &f = open.back();
-    node = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.node->value.list, f.next++));
+    node = orlix::json::elements(f.node)[f.next++];
     level = f.level + 1;
   }
 }
@@ -394,11 +392,15 @@ bool sort_top(ORLIX_JSON *json) {
   switch (json->type) {
     case ORLIX_JSON_OBJECT:
       if (!comparer.prepare(json)) return false;
-      iorlix_arraylist_sort_r(json->value.list, orlix::json::compare_item_slots, &comparer);
+      if (json->length > 1)
+        qsort_r(json->value.entries, static_cast<size_t>(json->length), sizeof(Member),
+              orlix::json::compare_member_slots, &comparer);
       return true;
     case ORLIX_JSON_ARRAY:
       if (!comparer.prepare(json)) return false;
-      iorlix_arraylist_sort_r(json->value.list, orlix::json::compare_value_slots, &comparer);
+      if (json->length > 1)
+        qsort_r(json->value.entries, static_cast<size_t>(json->length), sizeof(ORLIX_JSON *),
+              orlix::json::compare_value_slots, &comparer);
       return true;
     case ORLIX_JSON_STRING:
     case ORLIX_JSON_NUMBER:
