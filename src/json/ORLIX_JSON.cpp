@@ -14,6 +14,7 @@
 using orlix::json::Container;
 using orlix::json::is_container;
 using orlix::json::kCarved;
+using orlix::json::kCarvedLeaves;
 using orlix::json::kEntriesCarved;
 using orlix::json::kModule;
 using orlix::json::Member;
@@ -66,6 +67,7 @@ ORLIX_JSON *copy_scalar(const ORLIX_JSON *node) {
 // member), doubling the entry block. The container is untouched on failure.
 bool make_room(ORLIX_JSON *node, int64_t size) {
   auto *c = reinterpret_cast<Container *>(node);
+  node->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   if (node->length < c->capacity) return true;
   if (c->capacity > INT32_MAX / 2) return false;
   const int32_t capacity = c->capacity < 4 ? 4 : c->capacity * 2;
@@ -242,6 +244,7 @@ void release(ORLIX_JSON *node) {
     while (!pending.empty()) {
       ORLIX_JSON *container = pending.back();
       pending.pop_back();
+      if ((container->flags & kCarvedLeaves) != 0) continue;  // nothing of its own to release
       const int32_t n = container->length;
       for (int32_t i = 0; i < n; ++i) {
         ORLIX_JSON *child;
@@ -484,6 +487,7 @@ int orlix_json_updateobjectitem(ORLIX_JSON *object, const char *name, int length
   Member &m = orlix::json::members(object)[i];
   orlix_json_free(m.value);
   m.value = copy;
+  object->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   return 1;
 }
 
@@ -494,6 +498,7 @@ int orlix_json_deleteobjectitem(ORLIX_JSON *object, const char *name, int length
   const int32_t i = find_member(object, name, length, false);
   if (i < 0) return 0;
   Member *m = orlix::json::members(object);
+  object->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   release_name(m[i].name);
   orlix_json_free(m[i].value);
   std::memmove(m + i, m + i + 1, static_cast<size_t>(object->length - i - 1) * sizeof(Member));
@@ -516,6 +521,7 @@ int orlix_json_addarrayitem(ORLIX_JSON *array, const ORLIX_JSON *value) {
 int orlix_json_deletearrayitem(ORLIX_JSON *array, int index) {
   if (!is(array, ORLIX_JSON_ARRAY) || index < 0 || index >= array->length) return 0;
   ORLIX_JSON **e = orlix::json::elements(array);
+  array->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   orlix_json_free(e[index]);
   std::memmove(e + index, e + index + 1,
                static_cast<size_t>(array->length - index - 1) * sizeof(ORLIX_JSON *));

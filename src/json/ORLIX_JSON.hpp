@@ -36,6 +36,9 @@ inline constexpr char kModule[] = "ORLIX_JSON";
 inline constexpr uint8_t kCarved = 1;         // inside an arena block
 inline constexpr uint8_t kArenaRoot = 2;      // the first node of its arena
 inline constexpr uint8_t kEntriesCarved = 4;  // a container's entries are in an arena block
+// A carved container whose entries are all carved scalars and which nothing
+// has changed since it was decoded: releasing it need not look at them.
+inline constexpr uint8_t kCarvedLeaves = 8;
 
 struct Container {
   ORLIX_JSON node;
@@ -129,6 +132,18 @@ class Comparer {
 int compare_member_slots(const void *a, const void *b, void *comparer);
 int compare_value_slots(const void *a, const void *b, void *comparer);
 
+// The forms of the byte scans below: portable loops, or 16 (SSE2) or 32
+// (AVX2) bytes at a time. The best form the processor has is chosen once;
+// tests and fuzz targets switch to the portable one to compare.
+enum class Form : uint8_t { kPortable, kSse2, kAvx2 };
+extern Form g_form;
+
+// Switches the vector forms on (the best the processor has) or off,
+// returning whether they were in use. Meant for tests; not thread safe.
+bool use_vector_forms(bool on);
+
+int64_t scan_plain_avx2(const unsigned char *s, int64_t k, int64_t n, bool *high);
+
 // The first index in [k, n) holding a quote, a backslash or a control byte
 // below 0x20 (n when there is none). Sets *high when a byte of 0x80 or above
 // lies before it. Both the decoder and the encoder stop at exactly these
@@ -136,25 +151,28 @@ int compare_value_slots(const void *a, const void *b, void *comparer);
 inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *high) {
   unsigned seen = 0;
 #if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"');
-  const __m128i backslash = _mm_set1_epi8('\\');
-  const __m128i controls = _mm_set1_epi8(0x1F);
-  const __m128i zero = _mm_setzero_si128();
-  while (k + 16 <= n) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + k));
-    const __m128i stop = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
-        _mm_cmpeq_epi8(_mm_subs_epu8(v, controls), zero));
-    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
-    const unsigned top = static_cast<unsigned>(_mm_movemask_epi8(v));
-    if (mask != 0) {
-      seen |= top & ((1u << __builtin_ctz(mask)) - 1);
-      k += __builtin_ctz(mask);
-      *high = *high || seen != 0;
-      return k;
+  if (g_form != Form::kPortable) {
+    if (g_form == Form::kAvx2 && n - k >= 64) return scan_plain_avx2(s, k, n, high);
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i backslash = _mm_set1_epi8('\\');
+    const __m128i controls = _mm_set1_epi8(0x1F);
+    const __m128i zero = _mm_setzero_si128();
+    while (k + 16 <= n) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + k));
+      const __m128i stop = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+          _mm_cmpeq_epi8(_mm_subs_epu8(v, controls), zero));
+      const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+      const unsigned top = static_cast<unsigned>(_mm_movemask_epi8(v));
+      if (mask != 0) {
+        seen |= top & ((1u << __builtin_ctz(mask)) - 1);
+        k += __builtin_ctz(mask);
+        *high = *high || seen != 0;
+        return k;
+      }
+      seen |= top;
+      k += 16;
     }
-    seen |= top;
-    k += 16;
   }
 #endif
   while (k < n && s[k] != '"' && s[k] != '\\' && s[k] >= 0x20) seen |= s[k++] & 0x80u;
@@ -167,5 +185,15 @@ inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *hi
 // or "-nan"; NUL-terminated in out (kFixed6Size bytes). Returns its length.
 inline constexpr size_t kFixed6Size = 400;
 size_t format_fixed6(double v, char *out);
+
+// The encoder's text for a number: "%d" for an integral value in 32-bit
+// range, otherwise the "%lf" text without trailing zeros after the point
+// (nor the point when only zeros follow it). Same buffer and result as
+// format_fixed6.
+size_t format_number(double v, char *out);
+
+// The same text at p when it comes from the exact integer form (p has room
+// for 32 bytes): returns its end, or nullptr when v needs format_number.
+char *put_number_fast(char *p, double v);
 
 }  // namespace orlix::json

@@ -127,6 +127,7 @@ int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
 struct Frame {
   ORLIX_JSON *node;  // the open container
   int64_t base;      // where its entries start on the entry stack
+  bool nested;       // whether one of its entries is a container
 };
 
 class Decoder {
@@ -159,6 +160,10 @@ class Decoder {
     if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
 #if defined(__SSE2__)
     // Indented text has long runs of blanks: skip them 16 bytes at a time.
+    if (orlix::json::g_form == orlix::json::Form::kPortable) {
+      while (i_ < n_ && is_ws(s_[i_])) ++i_;
+      return;
+    }
     const __m128i space = _mm_set1_epi8(' ');
     const __m128i tab = _mm_set1_epi8('\t');
     const __m128i lf = _mm_set1_epi8('\n');
@@ -416,6 +421,7 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
   assert(!stack_.empty());
+  if (orlix::json::is_container(node)) stack_.back().nested = true;
   return entries_.push_back(node) || fail(ORLIX_JSON_ERROR_MEMORY, i_);
 }
 
@@ -427,12 +433,19 @@ bool Decoder::close_container() {
   const int64_t words = entries_.size() - f.base;
   ORLIX_JSON *node = f.node;
   if (words > 0) {
-    void *entries = arena_.carve(words * static_cast<int64_t>(sizeof(ORLIX_JSON *)));
+    auto **entries =
+        static_cast<ORLIX_JSON **>(arena_.carve(words * static_cast<int64_t>(sizeof(ORLIX_JSON *))));
     if (entries == nullptr) return fail(ORLIX_JSON_ERROR_MEMORY, i_);
-    std::memcpy(entries, entries_.data() + f.base, static_cast<size_t>(words) * sizeof(ORLIX_JSON *));
+    ORLIX_JSON *const *from = entries_.data() + f.base;
+    if (words <= 4) {
+      for (int64_t k = 0; k < words; ++k) entries[k] = from[k];
+    } else {
+      std::memcpy(entries, from, static_cast<size_t>(words) * sizeof(ORLIX_JSON *));
+    }
     node->value.entries = entries;
     node->flags |= orlix::json::kEntriesCarved;
   }
+  if (!f.nested) node->flags |= orlix::json::kCarvedLeaves;
   // An object's entries are name, value pairs: exactly the layout of Member.
   const int64_t count = node->type == ORLIX_JSON_OBJECT ? words / 2 : words;
   node->length = static_cast<int32_t>(count);
@@ -482,7 +495,7 @@ Decoder::State Decoder::open_container() {
   container->value.entries = nullptr;
   reinterpret_cast<Container *>(container)->capacity = 0;
   reinterpret_cast<Container *>(container)->unused = 0;
-  if (!stack_.push_back(Frame{container, entries_.size()})) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  if (!stack_.push_back(Frame{container, entries_.size(), false})) return refuse(ORLIX_JSON_ERROR_MEMORY);
   ++i_;
   skip_ws();
   if (i_ == n_) return ended();

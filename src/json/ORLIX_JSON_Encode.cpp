@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "ORLIX_Stream.h"
 #include "ORLIX_Util.h"
@@ -38,6 +41,14 @@ class Writer {
     return true;
   }
   bool put(const char *text) { return put(text, std::strlen(text)); }
+  // Room for n bytes (at most kRoom) to be written at the returned place and
+  // then passed to advance(); nullptr when an earlier write failed.
+  static constexpr size_t kRoom = 1024;
+  char *room(size_t n) {
+    if (n > sizeof buf_ - used_ && !flush()) return nullptr;
+    return buf_ + used_;
+  }
+  void advance(char *end) { used_ = static_cast<size_t>(end - buf_); }
   bool flush() {
     const size_t n = used_;
     used_ = 0;
@@ -58,7 +69,7 @@ class Writer {
   bool ok_ = true;
   uint64_t written_ = 0;
   size_t used_ = 0;
-  char buf_[8192];
+  char buf_[16384];
 };
 
 // Shortens "%lf" text: drops trailing zeros after the point, and the point
@@ -127,6 +138,7 @@ char *put_decimal(char *p, uint64_t v) {
 
 namespace orlix::json {
 
+// The integer N below, when it fits 64 bits (not for infinities and NaN).
 // v is m * 2^e with an integer m below 2^53; the text is the integer
 // N = m * 10^6 * 2^e rounded half to even, with a point before its last six
 // digits. The product m * 10^6 stays below 2^73, so 128 bits hold it exactly,
@@ -134,10 +146,11 @@ namespace orlix::json {
 // whose N does not fit 64 bits (magnitudes from about 1.8e13 up), and
 // infinities and NaN, take the standard library's exact fixed form, which
 // prints the same text.
-size_t format_fixed6(double v, char *out) {
+bool scaled6(double v, uint64_t *scaled_value) {
   uint64_t bits;
   std::memcpy(&bits, &v, sizeof bits);
   const auto biased = static_cast<int>(bits >> 52 & 0x7FF);
+  if (biased == 0x7FF) return false;
   uint64_t m = bits & ((uint64_t{1} << 52) - 1);
   int e;
   if (biased == 0) {
@@ -148,27 +161,34 @@ size_t format_fixed6(double v, char *out) {
   }
   using u128 = unsigned __int128;
   const u128 scaled = static_cast<u128>(m) * 1000000u;
-  uint64_t n = 0;
-  bool fits = biased != 0x7FF;
-  if (fits && e >= 0) {
-    fits = e < 64 && (scaled >> (64 - e)) == 0;
-    if (fits) n = static_cast<uint64_t>(scaled << e);
-  } else if (fits && e > -128) {
-    const int s = -e;
-    u128 q = scaled >> s;
-    const u128 rest = scaled - (q << s);
-    const u128 half = static_cast<u128>(1) << (s - 1);
-    if (rest > half || (rest == half && (q & 1) != 0)) ++q;
-    fits = (q >> 64) == 0;
-    n = static_cast<uint64_t>(q);
-  }  // else e <= -128: v * 10^6 is below 2^-54, so N is 0
-  if (!fits) {
+  if (e >= 0) {
+    if (e >= 64 || (scaled >> (64 - e)) != 0) return false;
+    *scaled_value = static_cast<uint64_t>(scaled << e);
+    return true;
+  }
+  if (e <= -128) {  // v * 10^6 is below 2^-54
+    *scaled_value = 0;
+    return true;
+  }
+  const int s = -e;
+  u128 q = scaled >> s;
+  const u128 rest = scaled - (q << s);
+  const u128 half = static_cast<u128>(1) << (s - 1);
+  if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+  if ((q >> 64) != 0) return false;
+  *scaled_value = static_cast<uint64_t>(q);
+  return true;
+}
+
+size_t format_fixed6(double v, char *out) {
+  uint64_t n;
+  if (!scaled6(v, &n)) {
     const auto r = std::to_chars(out, out + kFixed6Size - 1, v, std::chars_format::fixed, 6);
     *r.ptr = '\0';
     return static_cast<size_t>(r.ptr - out);
   }
   char *p = out;
-  if (bits >> 63) *p++ = '-';
+  if (std::signbit(v)) *p++ = '-';
   p = put_decimal(p, n / 1000000);
   auto fraction = static_cast<uint32_t>(n % 1000000);
   p[0] = '.';
@@ -180,6 +200,45 @@ size_t format_fixed6(double v, char *out) {
   }
   p[7] = '\0';
   return static_cast<size_t>(p + 7 - out);
+}
+
+// The trimmed text straight from the scaled integer: the integer part, then
+// the point and the fraction's digits without its trailing zeros, if any.
+char *put_number_fast(char *p, double v) {
+  if (v >= -2147483648.0 && v <= 2147483647.0) {
+    const auto i = static_cast<int32_t>(v);
+    if (static_cast<double>(i) == v) {  // integral ("%d"); -0.0 gives "0"
+      if (i < 0) *p++ = '-';
+      return put_decimal(p, i < 0 ? 0u - static_cast<uint32_t>(i) : static_cast<uint32_t>(i));
+    }
+  }
+  uint64_t n;
+  if (!scaled6(v, &n)) return nullptr;
+  if (std::signbit(v)) *p++ = '-';
+  p = put_decimal(p, n / 1000000);
+  auto fraction = static_cast<uint32_t>(n % 1000000);
+  if (fraction == 0) return p;
+  int digits = 6;
+  while (fraction % 10 == 0) {
+    fraction /= 10;
+    --digits;
+  }
+  *p = '.';
+  for (int k = digits; k > 0; --k) {
+    p[k] = static_cast<char>('0' + fraction % 10);
+    fraction /= 10;
+  }
+  return p + digits + 1;
+}
+
+size_t format_number(double v, char *out) {
+  char *end = put_number_fast(out, v);
+  if (end != nullptr) {
+    *end = '\0';
+    return static_cast<size_t>(end - out);
+  }
+  format_fixed6(v, out);
+  return trimzero(out);
 }
 
 }  // namespace orlix::json
@@ -219,49 +278,157 @@ class Encoder {
   Step start(const ORLIX_JSON *node, uint32_t flags, int32_t level);
   bool string(const char *bytes, int32_t length);
   bool number(double v);
+  bool compact(const ORLIX_JSON *node);
 
   Writer out_;
 };
 
+// Writes the quoted string. The text goes in pieces of at most kPiece
+// bytes, each into room for its worst case (every byte a six-byte escape)
+// plus the 16 bytes a vector store may write beyond what it keeps.
 bool Encoder::string(const char *bytes, int32_t length) {
   static constexpr char kHex[] = "0123456789ABCDEF";
-  if (!out_.put('"')) return false;
+  constexpr int64_t kPiece = 128;
+  static_assert(kPiece * 6 + 2 + 16 <= Writer::kRoom);
   const auto *s = reinterpret_cast<const unsigned char *>(bytes);
+  char *p = out_.room(Writer::kRoom);
+  if (p == nullptr) return false;
+  *p++ = '"';
   int64_t at = 0;
-  bool high = false;  // bytes of 0x80 and above are written as they are
+  const bool vector = orlix::json::g_form != orlix::json::Form::kPortable;
   for (;;) {
-    const int64_t stop = orlix::json::scan_plain(s, at, length, &high);
-    if (!out_.put(bytes + at, static_cast<size_t>(stop - at))) return false;
-    if (stop == length) break;
-    const unsigned char c = s[stop];
-    if (c == '"' || c == '\\') {
-      const char escape[2] = {'\\', static_cast<char>(c)};
-      if (!out_.put(escape, 2)) return false;
-    } else {
-      const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
-      if (!out_.put(escape, 6)) return false;
+    const int64_t end = length - at > kPiece ? at + kPiece : length;
+    while (at < end) {
+#if defined(__SSE2__)
+      if (vector) {
+        const __m128i quote = _mm_set1_epi8('"');
+        const __m128i backslash = _mm_set1_epi8('\\');
+        const __m128i controls = _mm_set1_epi8(0x1F);
+        const __m128i zero = _mm_setzero_si128();
+        while (end - at >= 16) {
+          const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + at));
+          _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
+          const __m128i stop = _mm_or_si128(
+              _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+              _mm_cmpeq_epi8(_mm_subs_epu8(v, controls), zero));
+          const auto mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+          if (mask != 0) {
+            const int plain = __builtin_ctz(mask);
+            p += plain;
+            at += plain;
+            break;
+          }
+          p += 16;
+          at += 16;
+        }
+      }
+#endif
+      while (at < end && s[at] != '"' && s[at] != '\\' && s[at] >= 0x20) *p++ = static_cast<char>(s[at++]);
+      if (at == end) break;
+      const unsigned char c = s[at++];
+      if (c == '"' || c == '\\') {
+        p[0] = '\\';
+        p[1] = static_cast<char>(c);
+        p += 2;
+      } else {
+        std::memcpy(p, "\\u00", 4);
+        p[4] = kHex[c >> 4];
+        p[5] = kHex[c & 15];
+        p += 6;
+      }
     }
-    at = stop + 1;
+    if (at == length) break;
+    out_.advance(p);
+    p = out_.room(Writer::kRoom);
+    if (p == nullptr) return false;
   }
-  return out_.put('"');
+  *p++ = '"';
+  out_.advance(p);
+  return true;
 }
 
 // Integral values in 32-bit range as "%d"; everything else as "%lf" then
 // trimmed. Formatting never depends on the process locale.
 bool Encoder::number(double v) {
-  char text[orlix::json::kFixed6Size];
-  size_t n;
-  if (v - std::floor(v) == 0 && v >= -2147483648.0 && v <= 2147483647.0) {
-    const auto i = static_cast<int32_t>(v);
-    char *p = text;
-    if (i < 0) *p++ = '-';
-    p = put_decimal(p, i < 0 ? 0u - static_cast<uint32_t>(i) : static_cast<uint32_t>(i));
-    n = static_cast<size_t>(p - text);
-  } else {
-    orlix::json::format_fixed6(v, text);
-    n = trimzero(text);
+  char *p = out_.room(32);
+  if (p == nullptr) return false;
+  if (char *end = orlix::json::put_number_fast(p, v); end != nullptr) {
+    out_.advance(end);
+    return true;
   }
+  char text[orlix::json::kFixed6Size];
+  const size_t n = orlix::json::format_number(v, text);
   return out_.put(text, n);
+}
+
+// Compact text, with no indentation and no line breaks (the whole output
+// without ORLIX_JSON_ENCODE_PRETTY, and every member value with it).
+bool Encoder::compact(const ORLIX_JSON *node) {
+  struct Open {
+    const ORLIX_JSON *node;
+    int32_t next;  // the entry to write next
+  };
+  orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
+  for (;;) {
+    if (node == nullptr) return false;
+    char *p = out_.room(8);
+    if (p == nullptr) return false;
+    switch (node->type) {
+      case ORLIX_JSON_STRING:
+        if (!string(node->value.string, node->length)) return false;
+        break;
+      case ORLIX_JSON_NUMBER:
+        if (!number(node->value.number)) return false;
+        break;
+      case ORLIX_JSON_BOOLEAN:
+        if (node->value.boolean) {
+          std::memcpy(p, "true", 4);
+          out_.advance(p + 4);
+        } else {
+          std::memcpy(p, "false", 5);
+          out_.advance(p + 5);
+        }
+        break;
+      case ORLIX_JSON_NULL:
+        std::memcpy(p, "null", 4);
+        out_.advance(p + 4);
+        break;
+      case ORLIX_JSON_OBJECT:
+      case ORLIX_JSON_ARRAY:
+        p[0] = node->type == ORLIX_JSON_OBJECT ? '{' : '[';
+        if (node->length == 0) {
+          p[1] = node->type == ORLIX_JSON_OBJECT ? '}' : ']';
+          out_.advance(p + 2);
+        } else {
+          out_.advance(p + 1);
+          if (!open.push_back(Open{node, 0})) return false;
+        }
+        break;
+      default: return false;
+    }
+    // The next value: the next entry of the innermost open container,
+    // closing those that are done.
+    for (;;) {
+      if (open.empty()) return true;
+      Open &f = open.back();
+      const bool object = f.node->type == ORLIX_JSON_OBJECT;
+      if (f.next == f.node->length) {
+        open.pop_back();
+        if (!out_.put(object ? '}' : ']')) return false;
+        continue;
+      }
+      const int32_t i = f.next++;
+      if (i > 0 && !out_.put(',')) return false;
+      if (object) {
+        const Member &m = orlix::json::members(f.node)[i];
+        if (!string(m.name->value.string, m.name->length) || !out_.put(':')) return false;
+        node = m.value;
+      } else {
+        node = orlix::json::elements(f.node)[i];
+      }
+      break;
+    }
+  }
 }
 
 // Writes a scalar, or opens a container. Returns kOpened for a container
@@ -298,6 +465,7 @@ bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
     uint32_t flags;
     int32_t level;
   };
+  if ((flags & kPretty) == 0) return compact(root);
   Step step = start(root, flags, level);
   if (step != kOpened) return step == kDone;
   orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
@@ -325,6 +493,10 @@ bool Encoder::value(const ORLIX_JSON *root, uint32_t flags, int32_t level) {
       child_flags = 0;
     } else {
       child = orlix::json::elements(f.node)[f.next];
+    }
+    if (child_flags == 0) {  // a member's value
+      if (!compact(child)) return false;
+      continue;
     }
     step = start(child, child_flags, f.level + 1);
     if (step == kFailed) return false;
