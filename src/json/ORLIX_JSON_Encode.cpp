@@ -114,9 +114,53 @@ constexpr char kDigitPairs[] =
     "8081828384858687888990919293949596979899";
 
 // Writes v in decimal at p and returns the end.
+// Four digits of v (below 10000), leading zeros included.
+inline void put_four(char *p, uint32_t v) {
+  std::memcpy(p, kDigitPairs + v / 100 * 2, 2);
+  std::memcpy(p + 2, kDigitPairs + v % 100 * 2, 2);
+}
+
+// 1 to 4 digits of v (below 10000) at p; returns the end.
+inline char *put_small(char *p, uint32_t v) {
+  if (v < 100) {
+    if (v < 10) {
+      *p = static_cast<char>('0' + v);
+      return p + 1;
+    }
+    std::memcpy(p, kDigitPairs + v * 2, 2);
+    return p + 2;
+  }
+  if (v < 1000) {
+    *p = static_cast<char>('0' + v / 100);
+    std::memcpy(p + 1, kDigitPairs + v % 100 * 2, 2);
+    return p + 3;
+  }
+  put_four(p, v);
+  return p + 4;
+}
+
 char *put_decimal(char *p, uint64_t v) {
-  char digits[20];
-  char *d = digits + sizeof digits;
+  // Below 10^8 the value splits into two groups of four digits, and below
+  // 2^32 into at most three groups, whose digits are formed independently.
+  if (v < 10000) return put_small(p, static_cast<uint32_t>(v));
+  if (v < 100000000) {
+    p = put_small(p, static_cast<uint32_t>(v / 10000));
+    put_four(p, static_cast<uint32_t>(v % 10000));
+    return p + 4;
+  }
+  if (v < 4294967296u) {
+    const auto w = static_cast<uint32_t>(v);
+    p = put_small(p, w / 100000000);
+    const uint32_t rest = w % 100000000;
+    put_four(p, rest / 10000);
+    put_four(p + 4, rest % 10000);
+    return p + 8;
+  }
+  int digits;
+  digits = 10;
+  for (uint64_t bound = 10000000000u; digits < 20 && v >= bound; bound *= 10) ++digits;
+  char *end = p + digits;
+  char *d = end;
   while (v >= 100) {
     const auto pair = static_cast<size_t>(v % 100) * 2;
     v /= 100;
@@ -129,10 +173,18 @@ char *put_decimal(char *p, uint64_t v) {
   } else {
     *--d = static_cast<char>('0' + v);
   }
-  const auto count = static_cast<size_t>(digits + sizeof digits - d);
-  std::memcpy(p, d, count);
-  return p + count;
+  return end;
 }
+
+// The bytes a string writes as an escape: quote, backslash, controls.
+constexpr struct EscapeTable {
+  bool escaped[256];
+  constexpr EscapeTable() : escaped() {
+    for (int c = 0; c < 0x20; ++c) escaped[c] = true;
+    escaped['"'] = true;
+    escaped['\\'] = true;
+  }
+} kEscape;
 
 }  // namespace
 
@@ -278,6 +330,7 @@ class Encoder {
   Step start(const ORLIX_JSON *node, uint32_t flags, int32_t level);
   bool string(const char *bytes, int32_t length);
   bool number(double v);
+  __attribute__((noinline)) bool long_number(double v);
   bool compact(const ORLIX_JSON *node);
 
   Writer out_;
@@ -321,9 +374,24 @@ bool Encoder::string(const char *bytes, int32_t length) {
           p += 16;
           at += 16;
         }
+        // Then 8 bytes at a time as one word: a byte is flagged when it is
+        // below 0x20 or equal to a quote or a backslash.
+        constexpr uint64_t kOnes = 0x0101010101010101u;
+        constexpr uint64_t kHigh = 0x8080808080808080u;
+        while (end - at >= 8) {
+          uint64_t w;
+          std::memcpy(&w, s + at, 8);
+          const uint64_t q = w ^ (kOnes * '"');
+          const uint64_t b = w ^ (kOnes * '\\');
+          const uint64_t flagged = ((w - kOnes * 0x20) & ~w) | ((q - kOnes) & ~q) | ((b - kOnes) & ~b);
+          if ((flagged & kHigh) != 0) break;  // the byte loop finds which
+          std::memcpy(p, &w, 8);
+          p += 8;
+          at += 8;
+        }
       }
 #endif
-      while (at < end && s[at] != '"' && s[at] != '\\' && s[at] >= 0x20) *p++ = static_cast<char>(s[at++]);
+      while (at < end && !kEscape.escaped[s[at]]) *p++ = static_cast<char>(s[at++]);
       if (at == end) break;
       const unsigned char c = s[at++];
       if (c == '"' || c == '\\') {
@@ -356,19 +424,28 @@ bool Encoder::number(double v) {
     out_.advance(end);
     return true;
   }
+  return long_number(v);
+}
+
+// Magnitudes from about 1.8e13, infinities and NaN.
+bool Encoder::long_number(double v) {
   char text[orlix::json::kFixed6Size];
   const size_t n = orlix::json::format_number(v, text);
   return out_.put(text, n);
 }
 
 // Compact text, with no indentation and no line breaks (the whole output
-// without ORLIX_JSON_ENCODE_PRETTY, and every member value with it).
+// without ORLIX_JSON_ENCODE_PRETTY, and every member value with it). The
+// container being written stays in locals; only its ancestors wait on the
+// stack.
 bool Encoder::compact(const ORLIX_JSON *node) {
   struct Open {
     const ORLIX_JSON *node;
     int32_t next;  // the entry to write next
   };
   orlix::SmallBuffer<Open, 64> open(orlix::json::kModule);
+  const ORLIX_JSON *container = nullptr;  // the innermost open one
+  int32_t next = 0;
   for (;;) {
     if (node == nullptr) return false;
     char *p = out_.room(8);
@@ -401,7 +478,9 @@ bool Encoder::compact(const ORLIX_JSON *node) {
           out_.advance(p + 2);
         } else {
           out_.advance(p + 1);
-          if (!open.push_back(Open{node, 0})) return false;
+          if (container != nullptr && !open.push_back(Open{container, next})) return false;
+          container = node;
+          next = 0;
         }
         break;
       default: return false;
@@ -409,23 +488,25 @@ bool Encoder::compact(const ORLIX_JSON *node) {
     // The next value: the next entry of the innermost open container,
     // closing those that are done.
     for (;;) {
-      if (open.empty()) return true;
-      Open &f = open.back();
-      const bool object = f.node->type == ORLIX_JSON_OBJECT;
-      if (f.next == f.node->length) {
-        open.pop_back();
+      if (container == nullptr) return true;
+      const bool object = container->type == ORLIX_JSON_OBJECT;
+      if (next == container->length) {
         if (!out_.put(object ? '}' : ']')) return false;
+        if (open.empty()) return true;
+        container = open.back().node;
+        next = open.back().next;
+        open.pop_back();
         continue;
       }
-      const int32_t i = f.next++;
-      if (i > 0 && !out_.put(',')) return false;
+      if (next > 0 && !out_.put(',')) return false;
       if (object) {
-        const Member &m = orlix::json::members(f.node)[i];
+        const Member &m = orlix::json::members(container)[next];
         if (!string(m.name->value.string, m.name->length) || !out_.put(':')) return false;
         node = m.value;
       } else {
-        node = orlix::json::elements(f.node)[i];
+        node = orlix::json::elements(container)[next];
       }
+      ++next;
       break;
     }
   }
