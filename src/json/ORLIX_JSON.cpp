@@ -44,7 +44,6 @@ ORLIX_JSON *new_container(uint8_t type) {
   c->node.length = 0;
   c->node.value.entries = nullptr;
   c->capacity = 0;
-  c->unused = 0;
   return &c->node;
 }
 
@@ -64,18 +63,21 @@ ORLIX_JSON *copy_scalar(const ORLIX_JSON *node) {
 }
 
 // Makes room for one more entry of size bytes (8 for an element, 16 for a
-// member), doubling the entry block. The container is untouched on failure.
+// member), doubling the entry block (or moving carved entries into a block of
+// their own). The entries are untouched on failure.
 bool make_room(ORLIX_JSON *node, int64_t size) {
   auto *c = reinterpret_cast<Container *>(node);
-  node->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
-  if (node->length < c->capacity) return true;
-  if (c->capacity > INT32_MAX / 2) return false;
-  const int32_t capacity = c->capacity < 4 ? 4 : c->capacity * 2;
+  orlix::json::touch(node);
+  const bool carved = (node->flags & kEntriesCarved) != 0;
+  const int32_t held = carved ? node->length : c->capacity;
+  if (node->length < held) return true;
+  if (held > INT32_MAX / 2) return false;
+  const int32_t capacity = held < 4 ? 4 : held * 2;
   void *entries = orlix_malloc(capacity * size, kModule, __LINE__);
   if (entries == nullptr) return false;
   if (node->length > 0)
     std::memcpy(entries, node->value.entries, static_cast<size_t>(node->length * size));
-  if ((node->flags & kEntriesCarved) == 0) orlix_free(node->value.entries);
+  if (!carved) orlix_free(node->value.entries);
   node->flags &= static_cast<uint8_t>(~kEntriesCarved);
   node->value.entries = entries;
   c->capacity = capacity;
@@ -235,6 +237,10 @@ ORLIX_JSON *new_string_unchecked(const char *bytes, int32_t length) {
 void release(ORLIX_JSON *node) {
   if (node == nullptr) return;
   const bool arena_root = (node->flags & kArenaRoot) != 0;
+  if (arena_root && (node->flags & kTreeChanged) == 0) {
+    release_arena(node);  // all of the tree is in the arena
+    return;
+  }
   if (is_container(node)) {
     // Containers wait on an explicit stack instead of the C stack, so that a
     // tree of any depth can be released. Should the stack itself fail to
@@ -484,10 +490,10 @@ int orlix_json_updateobjectitem(ORLIX_JSON *object, const char *name, int length
   if (i < 0) return orlix_json_addobjectitem(object, name, static_cast<uint32_t>(length), value);
   ORLIX_JSON *copy = orlix_json_dup(value);
   if (copy == nullptr) return 0;  // the old value stays
+  orlix::json::touch(object);
   Member &m = orlix::json::members(object)[i];
   orlix_json_free(m.value);
   m.value = copy;
-  object->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   return 1;
 }
 
@@ -498,7 +504,7 @@ int orlix_json_deleteobjectitem(ORLIX_JSON *object, const char *name, int length
   const int32_t i = find_member(object, name, length, false);
   if (i < 0) return 0;
   Member *m = orlix::json::members(object);
-  object->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
+  orlix::json::touch(object);
   release_name(m[i].name);
   orlix_json_free(m[i].value);
   std::memmove(m + i, m + i + 1, static_cast<size_t>(object->length - i - 1) * sizeof(Member));
@@ -521,7 +527,7 @@ int orlix_json_addarrayitem(ORLIX_JSON *array, const ORLIX_JSON *value) {
 int orlix_json_deletearrayitem(ORLIX_JSON *array, int index) {
   if (!is(array, ORLIX_JSON_ARRAY) || index < 0 || index >= array->length) return 0;
   ORLIX_JSON **e = orlix::json::elements(array);
-  array->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
+  orlix::json::touch(array);
   orlix_json_free(e[index]);
   std::memmove(e + index, e + index + 1,
                static_cast<size_t>(array->length - index - 1) * sizeof(ORLIX_JSON *));

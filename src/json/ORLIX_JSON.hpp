@@ -39,12 +39,29 @@ inline constexpr uint8_t kEntriesCarved = 4;  // a container's entries are in an
 // A carved container whose entries are all carved scalars and which nothing
 // has changed since it was decoded: releasing it need not look at them.
 inline constexpr uint8_t kCarvedLeaves = 8;
+// On an arena's root: some container of the tree was changed since it was
+// decoded, so that the tree may hold blocks of its own. Without it,
+// releasing the tree is releasing the arena.
+inline constexpr uint8_t kTreeChanged = 16;
 
+// A carved container's entries stay in the arena until the first change
+// that needs room (kEntriesCarved); meanwhile they number exactly its
+// length, and the container remembers the tree's root instead of a
+// capacity, so that the change can mark the root with kTreeChanged.
 struct Container {
   ORLIX_JSON node;
-  int32_t capacity;  // entries the entry block holds
-  uint32_t unused;
+  union {
+    int32_t capacity;   // entries the entry block holds (not kEntriesCarved)
+    ORLIX_JSON *root;   // the root of the decoded tree (kEntriesCarved)
+  };
 };
+
+// Notes that a container is about to change (any add, update or delete).
+inline void touch(ORLIX_JSON *container) {
+  container->flags &= static_cast<uint8_t>(~kCarvedLeaves);
+  if ((container->flags & kEntriesCarved) != 0)
+    reinterpret_cast<Container *>(container)->root->flags |= kTreeChanged;
+}
 
 // One object member: its name (a string node) and its value.
 struct Member {

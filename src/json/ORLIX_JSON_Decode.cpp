@@ -224,6 +224,7 @@ class Decoder {
   uint32_t code_ = ORLIX_JSON_ERROR_NONE;
   int64_t at_ = 0;
   ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
+  ORLIX_JSON *root_ = nullptr;  // the first container carved (the top value)
   orlix::json::Arena arena_;
   orlix::SmallBuffer<Frame, 32> stack_{kModule};
   // The finished entries of the open containers, innermost last: elements,
@@ -443,13 +444,11 @@ bool Decoder::close_container() {
       std::memcpy(entries, from, static_cast<size_t>(words) * sizeof(ORLIX_JSON *));
     }
     node->value.entries = entries;
-    node->flags |= orlix::json::kEntriesCarved;
   }
   if (!f.nested) node->flags |= orlix::json::kCarvedLeaves;
   // An object's entries are name, value pairs: exactly the layout of Member.
   const int64_t count = node->type == ORLIX_JSON_OBJECT ? words / 2 : words;
   node->length = static_cast<int32_t>(count);
-  reinterpret_cast<Container *>(node)->capacity = static_cast<int32_t>(count);
   entries_.resize(f.base);
   node_ = node;
   return true;
@@ -492,9 +491,11 @@ Decoder::State Decoder::open_container() {
   const bool object = s_[i_] == '{';
   ORLIX_JSON *container = carve(object ? ORLIX_JSON_OBJECT : ORLIX_JSON_ARRAY, sizeof(Container));
   if (container == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  // Until it closes it has no entries, which counts as carved ones.
   container->value.entries = nullptr;
-  reinterpret_cast<Container *>(container)->capacity = 0;
-  reinterpret_cast<Container *>(container)->unused = 0;
+  container->flags |= orlix::json::kEntriesCarved;
+  reinterpret_cast<Container *>(container)->root = root_ != nullptr ? root_ : container;
+  if (root_ == nullptr) root_ = container;
   if (!stack_.push_back(Frame{container, entries_.size(), false})) return refuse(ORLIX_JSON_ERROR_MEMORY);
   ++i_;
   skip_ws();
