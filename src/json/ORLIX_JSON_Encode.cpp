@@ -181,8 +181,8 @@ constexpr struct EscapeTable {
   bool escaped[256];
   constexpr EscapeTable() : escaped() {
     for (int c = 0; c < 0x20; ++c) escaped[c] = true;
-    escaped['"'] = true;
-    escaped['\\'] = true;
+    escaped[static_cast<unsigned char>('"')] = true;
+    escaped[static_cast<unsigned char>('\\')] = true;
   }
 } kEscape;
 
