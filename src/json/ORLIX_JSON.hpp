@@ -53,6 +53,7 @@ struct Container {
   union {
     int32_t capacity;   // entries the entry block holds (not kEntriesCarved)
     ORLIX_JSON *root;   // the root of the decoded tree (kEntriesCarved)
+    int64_t base;       // while the decoder fills it: its first entry on the entry stack
   };
 };
 

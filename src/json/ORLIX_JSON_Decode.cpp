@@ -1,6 +1,8 @@
-// The JSON decoder. It walks the text once with an explicit stack of open
-// containers (so deep nesting costs heap, not C stack) and builds each node in
-// place. Its grammar is deliberately exact: what it accepts and refuses is
+// The JSON decoder. It walks the text once, keeping the open containers
+// chained through the nodes themselves (so deep nesting costs no C stack)
+// and the finished entries of the open containers on one stack, and carves
+// every node out of an arena that the tree's root owns in the end. Its
+// grammar is deliberately exact: what it accepts and refuses is
 // part of the library's contract, quirks included. When it refuses a text it
 // notes why and where, for orlix_json_decodewitherror; orlix_json_decode
 // runs the same code and ignores the note.
@@ -124,11 +126,6 @@ int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
   return n;
 }
 
-struct Frame {
-  ORLIX_JSON *node;  // the open container
-  int64_t base;      // where its entries start on the entry stack
-  bool nested;       // whether one of its entries is a container
-};
 
 class Decoder {
  public:
@@ -245,7 +242,11 @@ class Decoder {
   ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
   ORLIX_JSON *root_ = nullptr;  // the first container carved (the top value)
   orlix::json::Arena arena_;
-  orlix::SmallBuffer<Frame, 32> stack_{kModule};
+  // The open containers, innermost first, chained through their entry
+  // pointers (which they do not need until they close): so any depth costs
+  // no memory beyond the tree.
+  ORLIX_JSON *open_ = nullptr;
+  int32_t depth_ = 0;
   // The finished entries of the open containers, innermost last: elements,
   // or a member's name and value one after the other.
   orlix::SmallBuffer<ORLIX_JSON *, 256> entries_{kModule};
@@ -440,23 +441,26 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
-  assert(!stack_.empty());
-  if (orlix::json::is_container(node)) stack_.back().nested = true;
+  assert(open_ != nullptr);
+  if (orlix::json::is_container(node)) open_->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
   return entries_.push_back(node) || fail(ORLIX_JSON_ERROR_MEMORY, i_);
 }
 
 // The innermost container is complete: its entries move from the entry
 // stack into a block carved to their exact size, and it becomes node_.
 bool Decoder::close_container() {
-  const Frame f = stack_.back();
-  stack_.pop_back();
-  const int64_t words = entries_.size() - f.base;
-  ORLIX_JSON *node = f.node;
+  ORLIX_JSON *node = open_;
+  const int64_t base = reinterpret_cast<Container *>(node)->base;
+  open_ = static_cast<ORLIX_JSON *>(node->value.entries);
+  --depth_;
+  node->value.entries = nullptr;
+  reinterpret_cast<Container *>(node)->root = root_;
+  const int64_t words = entries_.size() - base;
   if (words > 0) {
     auto **entries =
         static_cast<ORLIX_JSON **>(arena_.carve(words * static_cast<int64_t>(sizeof(ORLIX_JSON *))));
     if (entries == nullptr) return fail(ORLIX_JSON_ERROR_MEMORY, i_);
-    ORLIX_JSON *const *from = entries_.data() + f.base;
+    ORLIX_JSON *const *from = entries_.data() + base;
     if (words <= 4) {
       for (int64_t k = 0; k < words; ++k) entries[k] = from[k];
     } else {
@@ -464,19 +468,18 @@ bool Decoder::close_container() {
     }
     node->value.entries = entries;
   }
-  if (!f.nested) node->flags |= orlix::json::kCarvedLeaves;
   // An object's entries are name, value pairs: exactly the layout of Member.
   const int64_t count = node->type == ORLIX_JSON_OBJECT ? words / 2 : words;
   node->length = static_cast<int32_t>(count);
-  entries_.resize(f.base);
+  entries_.resize(base);
   node_ = node;
   return true;
 }
 
-// A value starts at i_, at nesting level stack_.size().
+// A value starts at i_, at nesting level depth_.
 Decoder::State Decoder::value() {
   if (i_ >= n_) return ended();
-  if (stack_.size() >= limit_) return refuse(ORLIX_JSON_ERROR_NESTING);
+  if (depth_ >= limit_) return refuse(ORLIX_JSON_ERROR_NESTING);
   switch (s_[i_]) {
     case '"': {
       const int64_t at = i_;
@@ -510,21 +513,21 @@ Decoder::State Decoder::open_container() {
   const bool object = s_[i_] == '{';
   ORLIX_JSON *container = carve(object ? ORLIX_JSON_OBJECT : ORLIX_JSON_ARRAY, sizeof(Container));
   if (container == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
-  // Until it closes it has no entries, which counts as carved ones.
-  container->value.entries = nullptr;
-  container->flags |= orlix::json::kEntriesCarved;
-  reinterpret_cast<Container *>(container)->root = root_ != nullptr ? root_ : container;
   if (root_ == nullptr) root_ = container;
-  if (!stack_.push_back(Frame{container, entries_.size(), false})) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  // Until it closes it has no entries of its own (which counts as carved
+  // ones), and none that are containers.
+  container->flags |= orlix::json::kEntriesCarved | orlix::json::kCarvedLeaves;
+  container->value.entries = open_;
+  reinterpret_cast<Container *>(container)->base = entries_.size();
+  open_ = container;
+  ++depth_;
   ++i_;
   skip_ws();
   if (i_ == n_) return ended();
   if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    stack_.pop_back();
-    node_ = container;
-    return State::kAfterValue;
+    return close_container() ? State::kAfterValue : State::kFailed;
   }
   return object ? State::kMember : State::kValue;  // the first member or element
 }
@@ -532,11 +535,11 @@ Decoder::State Decoder::open_container() {
 // node_ is complete: attach it and read what follows, closing one container
 // when the text closes it.
 Decoder::State Decoder::after_value() {
-  if (stack_.empty()) return State::kDone;
+  if (open_ == nullptr) return State::kDone;
   ORLIX_JSON *node = node_;
   node_ = nullptr;
   if (!attach(node)) return State::kFailed;
-  const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
+  const bool object = open_->type == ORLIX_JSON_OBJECT;
   if (i_ == n_) return ended();
   if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
   skip_ws();
@@ -555,7 +558,7 @@ Decoder::State Decoder::after_value() {
 
 // A member name, a colon, then its value at the next level.
 Decoder::State Decoder::member() {
-  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT);
+  assert(open_ != nullptr && open_->type == ORLIX_JSON_OBJECT);
   const char *name;
   int32_t length;
   const int64_t at = i_;
