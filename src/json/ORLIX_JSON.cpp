@@ -172,7 +172,12 @@ struct Arena::Block {
 
 Arena::Arena(int64_t hint) {
   // About the text's length for the first block (a tree takes roughly as
-  // much as its text, less for indented text), then doubling.
+  // much as its text, less for indented text), then doubling without a cap
+  // short of 256 MiB: the largest block then stays at least half of the
+  // whole, which keeps a tree's blocks within what the C library's
+  // allocator holds on to between trees (it sizes that from the largest
+  // block released), instead of its returning them to the system and
+  // taking them back page by page on the next tree.
   next_size_ = hint < 256 ? 256 : (hint > (int64_t{1} << 20) ? int64_t{1} << 20 : hint);
 }
 
@@ -196,7 +201,7 @@ void *Arena::carve_slow(int64_t size) {
   if (last_ != nullptr) last_->next = b;
   else first_ = b;
   last_ = b;
-  if (next_size_ < (int64_t{1} << 22)) next_size_ *= 2;
+  if (next_size_ < (int64_t{1} << 28)) next_size_ *= 2;
   char *p = reinterpret_cast<char *>(b) + kHeader;
   next_ = p + size;
   end_ = reinterpret_cast<char *>(b) + block_size;
