@@ -203,6 +203,19 @@ inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *hi
   return k;
 }
 
+// The double nearest to m * 10^q (ties to even), negated when negative, in
+// *out; false when the value is not decided here (then nothing is stored):
+// the caller converts the text the general way.
+bool exact_decimal(uint64_t m, int32_t q, bool negative, double *out);
+
+// The value of eight ASCII digits loaded as one word (the first digit in
+// the lowest byte, and the most significant).
+inline uint64_t eight_digits(uint64_t v) {
+  v = (v & 0x0F0F0F0F0F0F0F0Fu) * 2561 >> 8;              // pairs of digits
+  v = (v & 0x00FF00FF00FF00FFu) * 6553601 >> 16;          // groups of four
+  return (v & 0x0000FFFF0000FFFFu) * 42949672960001u >> 32;  // all eight
+}
+
 // The text "%lf" gives for v in the C locale: the exact binary value
 // rounded half to even at six digits after the point, "inf", "-inf", "nan"
 // or "-nan"; NUL-terminated in out (kFixed6Size bytes). Returns its length.

@@ -207,6 +207,43 @@ class Decoder {
   ORLIX_JSON *carve_string(const char *bytes, int32_t length);
   bool close_container();
   ORLIX_JSON *number();
+  // The value of a number text whose parts the grammar matched, when its
+  // significant digits fit 64 bits and the exact conversion decides it.
+  bool exact_number(int64_t int_start, int64_t int_end, int64_t frac_start, int64_t frac_end,
+                    int64_t exp_start, int64_t exp_end, bool exp_negative, bool negative,
+                    double *value) const {
+    const int64_t frac_digits = frac_end - frac_start;
+    if ((int_end - int_start) + frac_digits > 19 || exp_end - exp_start > 6) return false;
+    uint64_t m = 0;
+    const bool words = orlix::json::g_form != orlix::json::Form::kPortable;
+    static constexpr uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
+    const auto take = [&](int64_t from, int64_t to) {
+      if (words) {
+        uint64_t w;
+        for (; to - from >= 8; from += 8) {
+          std::memcpy(&w, s_ + from, 8);
+          m = m * 100000000u + orlix::json::eight_digits(w);
+        }
+        const int64_t rest = to - from;
+        if (rest > 0 && to >= 8) {
+          // The word ending at the last digit, with the bytes before the
+          // run read as zeros.
+          std::memcpy(&w, s_ + to - 8, 8);
+          const uint64_t run = ~uint64_t{0} << (8 * (8 - rest));
+          w = (w & run) | (0x3030303030303030u & ~run);
+          m = m * kPowers[rest] + orlix::json::eight_digits(w);
+          return;
+        }
+      }
+      for (; from < to; ++from) m = m * 10 + (s_[from] - '0');
+    };
+    take(int_start, int_end);
+    take(frac_start, frac_end);
+    int64_t e = 0;
+    for (int64_t k = exp_start; k < exp_end; ++k) e = e * 10 + (s_[k] - '0');
+    const int64_t q = (exp_negative ? -e : e) - frac_digits;
+    return orlix::json::exact_decimal(m, static_cast<int32_t>(q), negative, value);
+  }
   // The end of the run of digits from j.
   int64_t digits_end(int64_t j) const {
     if (orlix::json::g_form != orlix::json::Form::kPortable) {
@@ -289,8 +326,10 @@ ORLIX_JSON *Decoder::number() {
     return nullptr;
   };
   int64_t j = i_;
-  if (s_[j] == '-') ++j;
+  const bool negative = s_[j] == '-';
+  if (negative) ++j;
   if (j == n_) return invalid();
+  const int64_t int_start = j;
   if (s_[j] == '0') {
     ++j;
   } else if (s_[j] >= '1' && s_[j] <= '9') {
@@ -298,30 +337,41 @@ ORLIX_JSON *Decoder::number() {
   } else {
     return invalid();
   }
+  const int64_t int_end = j;
+  int64_t frac_start = j, frac_end = j;
   if (j < n_ && s_[j] == '.') {
     ++j;
     if (j == n_ || !is_digit(s_[j])) return invalid();
+    frac_start = j;
     j = digits_end(j + 1);
+    frac_end = j;
   }
+  int64_t exp_start = j, exp_end = j;
+  bool exp_negative = false;
   if (j < n_ && (s_[j] == 'e' || s_[j] == 'E')) {
     ++j;
-    if (j < n_ && (s_[j] == '+' || s_[j] == '-')) ++j;
+    if (j < n_ && (s_[j] == '+' || s_[j] == '-')) exp_negative = s_[j++] == '-';
     if (j == n_ || !is_digit(s_[j])) return invalid();
+    exp_start = j;
     while (j < n_ && is_digit(s_[j])) ++j;
+    exp_end = j;
   }
-  const char *first = reinterpret_cast<const char *>(s_ + i_);
-  const char *last = reinterpret_cast<const char *>(s_ + j);
-  // Locale-independent: the point is always '.', whatever LC_NUMERIC says.
   double value = 0;
-  if (std::from_chars(first, last, value).ec != std::errc{}) {
-    orlix::SmallBuffer<char, 64> text(kModule);
-    if (!text.resize(last - first + 1)) {
-      fail(ORLIX_JSON_ERROR_MEMORY, i_);
-      return nullptr;
+  if (!exact_number(int_start, int_end, frac_start, frac_end, exp_start, exp_end, exp_negative,
+                    negative, &value)) {
+    const char *first = reinterpret_cast<const char *>(s_ + i_);
+    const char *last = reinterpret_cast<const char *>(s_ + j);
+    // Locale-independent: the point is always '.', whatever LC_NUMERIC says.
+    if (std::from_chars(first, last, value).ec != std::errc{}) {
+      orlix::SmallBuffer<char, 64> text(kModule);
+      if (!text.resize(last - first + 1)) {
+        fail(ORLIX_JSON_ERROR_MEMORY, i_);
+        return nullptr;
+      }
+      std::memcpy(text.data(), first, static_cast<size_t>(last - first));
+      text[last - first] = '\0';
+      value = strtod_c_locale(text.data());
     }
-    std::memcpy(text.data(), first, static_cast<size_t>(last - first));
-    text[last - first] = '\0';
-    value = strtod_c_locale(text.data());
   }
   ORLIX_JSON *node = carve(ORLIX_JSON_NUMBER);
   if (node == nullptr) {
