@@ -203,11 +203,6 @@ inline int64_t scan_plain(const unsigned char *s, int64_t k, int64_t n, bool *hi
   return k;
 }
 
-// The double nearest to m * 10^q (ties to even), negated when negative, in
-// *out; false when the value is not decided here (then nothing is stored):
-// the caller converts the text the general way.
-bool exact_decimal(uint64_t m, int32_t q, bool negative, double *out);
-
 // The value of eight ASCII digits loaded as one word (the first digit in
 // the lowest byte, and the most significant).
 inline uint64_t eight_digits(uint64_t v) {

@@ -15,6 +15,7 @@
 #include "ORLIX_Util.h"
 #include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
+#include "json/ORLIX_JSON_Number.hpp"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
@@ -207,60 +208,38 @@ class Decoder {
   ORLIX_JSON *carve_string(const char *bytes, int32_t length);
   bool close_container();
   ORLIX_JSON *number();
-  // The value of a number text whose parts the grammar matched, when its
-  // significant digits fit 64 bits and the exact conversion decides it.
-  bool exact_number(int64_t int_start, int64_t int_end, int64_t frac_start, int64_t frac_end,
-                    int64_t exp_start, int64_t exp_end, bool exp_negative, bool negative,
-                    double *value) const {
-    const int64_t frac_digits = frac_end - frac_start;
-    if ((int_end - int_start) + frac_digits > 19 || exp_end - exp_start > 6) return false;
-    uint64_t m = 0;
-    const bool words = orlix::json::g_form != orlix::json::Form::kPortable;
+  // The end of the run of digits from j. Adds their value to *m (times
+  // ten per digit) while *count, the digits taken so far, stays within 19;
+  // *count goes on counting past that.
+  int64_t digit_run(int64_t j, uint64_t *m, int64_t *count) const {
     static constexpr uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
-    const auto take = [&](int64_t from, int64_t to) {
-      if (words) {
-        uint64_t w;
-        for (; to - from >= 8; from += 8) {
-          std::memcpy(&w, s_ + from, 8);
-          m = m * 100000000u + orlix::json::eight_digits(w);
-        }
-        const int64_t rest = to - from;
-        if (rest > 0 && to >= 8) {
-          // The word ending at the last digit, with the bytes before the
-          // run read as zeros.
-          std::memcpy(&w, s_ + to - 8, 8);
-          const uint64_t run = ~uint64_t{0} << (8 * (8 - rest));
-          w = (w & run) | (0x3030303030303030u & ~run);
-          m = m * kPowers[rest] + orlix::json::eight_digits(w);
-          return;
-        }
-      }
-      for (; from < to; ++from) m = m * 10 + (s_[from] - '0');
-    };
-    take(int_start, int_end);
-    take(frac_start, frac_end);
-    int64_t e = 0;
-    for (int64_t k = exp_start; k < exp_end; ++k) e = e * 10 + (s_[k] - '0');
-    const int64_t q = (exp_negative ? -e : e) - frac_digits;
-    return orlix::json::exact_decimal(m, static_cast<int32_t>(q), negative, value);
-  }
-  // The end of the run of digits from j.
-  int64_t digits_end(int64_t j) const {
     if (orlix::json::g_form != orlix::json::Form::kPortable) {
       // Eight bytes a step: a byte is a digit when its high nibble is 3 and
       // stays 3 with 6 added. A carry out of a byte of 0xFA or more only
       // disturbs the bytes after it, and that byte is a non-digit already.
       constexpr uint64_t kHighNibbles = 0xF0F0F0F0F0F0F0F0u;
+      constexpr uint64_t kZeros = 0x3030303030303030u;
       while (j + 8 <= n_) {
         uint64_t w;
         std::memcpy(&w, s_ + j, 8);
         const uint64_t t = (w & kHighNibbles) | ((w + 0x0606060606060606u) & kHighNibbles) >> 4;
         const uint64_t other = t ^ 0x3333333333333333u;
-        if (other != 0) return j + __builtin_ctzll(other) / 8;
-        j += 8;
+        const int run = other != 0 ? __builtin_ctzll(other) / 8 : 8;
+        if (run == 0) return j;
+        if (*count + run <= 19) {
+          // The run's digits moved to the top of the word, zeros before them.
+          if (run < 8) w = w << (8 * (8 - run)) | kZeros >> (8 * run);
+          *m = (run == 8 ? *m * 100000000u : *m * kPowers[run]) + orlix::json::eight_digits(w);
+        }
+        *count += run;
+        j += run;
+        if (run < 8) return j;
       }
     }
-    while (j < n_ && is_digit(s_[j])) ++j;
+    for (; j < n_ && is_digit(s_[j]); ++j) {
+      if (*count < 19) *m = *m * 10 + (s_[j] - '0');
+      ++*count;
+    }
     return j;
   }
   bool string(const char **bytes, int32_t *length);
@@ -329,36 +308,42 @@ ORLIX_JSON *Decoder::number() {
   const bool negative = s_[j] == '-';
   if (negative) ++j;
   if (j == n_) return invalid();
-  const int64_t int_start = j;
+  // The significant digits as an integer m (while they fit), and q, the
+  // power of ten that scales it.
+  uint64_t m = 0;
+  int64_t digits = 0;
   if (s_[j] == '0') {
     ++j;
+    digits = 1;
   } else if (s_[j] >= '1' && s_[j] <= '9') {
-    j = digits_end(j + 1);
+    j = digit_run(j, &m, &digits);
   } else {
     return invalid();
   }
-  const int64_t int_end = j;
-  int64_t frac_start = j, frac_end = j;
+  int64_t q = 0;
   if (j < n_ && s_[j] == '.') {
     ++j;
     if (j == n_ || !is_digit(s_[j])) return invalid();
-    frac_start = j;
-    j = digits_end(j + 1);
-    frac_end = j;
+    const int64_t start = j;
+    j = digit_run(j, &m, &digits);
+    q = start - j;
   }
-  int64_t exp_start = j, exp_end = j;
-  bool exp_negative = false;
+  bool small_exponent = true;
   if (j < n_ && (s_[j] == 'e' || s_[j] == 'E')) {
     ++j;
+    bool exp_negative = false;
     if (j < n_ && (s_[j] == '+' || s_[j] == '-')) exp_negative = s_[j++] == '-';
     if (j == n_ || !is_digit(s_[j])) return invalid();
-    exp_start = j;
-    while (j < n_ && is_digit(s_[j])) ++j;
-    exp_end = j;
+    int64_t e = 0;
+    const int64_t start = j;
+    for (; j < n_ && is_digit(s_[j]); ++j)
+      if (j - start < 6) e = e * 10 + (s_[j] - '0');
+    small_exponent = j - start <= 6;
+    q += exp_negative ? -e : e;
   }
   double value = 0;
-  if (!exact_number(int_start, int_end, frac_start, frac_end, exp_start, exp_end, exp_negative,
-                    negative, &value)) {
+  if (digits > 19 || !small_exponent ||
+      !orlix::json::exact_decimal(m, static_cast<int32_t>(q), negative, &value)) {
     const char *first = reinterpret_cast<const char *>(s_ + i_);
     const char *last = reinterpret_cast<const char *>(s_ + j);
     // Locale-independent: the point is always '.', whatever LC_NUMERIC says.

@@ -1,30 +1,32 @@
 // Exact conversion of the decoder's number texts whose significant digits
 // fit 64 bits, without the C library. Every result is the double nearest to
 // the decimal value (ties to even), the one strtod gives; what cannot be
-// decided exactly here is left to the caller's general conversion.
-#include <cstring>
+// decided exactly here is left to the caller's general conversion. Only the
+// decoder includes this, so that the conversion is inlined there.
+#pragma once
 
-#include "json/ORLIX_JSON.hpp"
+#include <cstdint>
+#include <cstring>
 
 namespace orlix::json {
 
-namespace {
+namespace number_detail {
 
 using u128 = unsigned __int128;
 
-constexpr uint64_t pow10_u64(int k) {
+inline constexpr uint64_t pow10_u64(int k) {
   uint64_t p = 1;
   for (int i = 0; i < k; ++i) p *= 10;
   return p;
 }
 
-constexpr uint64_t pow5_u64(int k) {
+inline constexpr uint64_t pow5_u64(int k) {
   uint64_t p = 1;
   for (int i = 0; i < k; ++i) p *= 5;
   return p;
 }
 
-constexpr int bit_length(uint64_t v) {
+inline constexpr int bit_length(uint64_t v) {
   int n = 0;
   while (v != 0) {
     v >>= 1;
@@ -36,7 +38,7 @@ constexpr int bit_length(uint64_t v) {
 // For 5^k (k = 1..27, below 2^63): P = floor(2^E / 5^k) with E = 127 + the
 // bit length of 5^k, which puts P in [2^127, 2^128). Found by long division
 // of 2^E, one quotient bit at a time.
-constexpr int kMaxDivisorPower = 27;
+inline constexpr int kMaxDivisorPower = 27;
 struct Reciprocal {
   u128 p;
   int e;
@@ -60,21 +62,25 @@ struct ReciprocalTable {
     }
   }
 };
-constexpr ReciprocalTable kReciprocals;
+inline constexpr ReciprocalTable kReciprocals;
 
-constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+inline constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                    1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                    1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-double from_bits(uint64_t bits) {
+inline double from_bits(uint64_t bits) {
   double d;
   std::memcpy(&d, &bits, sizeof d);
   return d;
 }
 
-}  // namespace
+}  // namespace number_detail
 
-bool exact_decimal(uint64_t m, int32_t q, bool negative, double *out) {
+// The double nearest to m * 10^q (ties to even), negated when negative, in
+// *out; false when the value is not decided here (then nothing is stored):
+// the caller converts the text the general way.
+inline bool exact_decimal(uint64_t m, int32_t q, bool negative, double *out) {
+  using namespace number_detail;
   double v;
   if (m == 0) {
     v = 0.0;
