@@ -170,15 +170,10 @@ struct Arena::Block {
   int64_t size;
 };
 
-Arena::Arena(int64_t hint) {
+Arena::Arena(int64_t length, const int64_t *position) : length_(length), position_(position) {
   // About the text's length for the first block (a tree takes roughly as
-  // much as its text, less for indented text), then doubling without a cap
-  // short of 256 MiB: the largest block then stays at least half of the
-  // whole, which keeps a tree's blocks within what the C library's
-  // allocator holds on to between trees (it sizes that from the largest
-  // block released), instead of its returning them to the system and
-  // taking them back page by page on the next tree.
-  next_size_ = hint < 256 ? 256 : (hint > (int64_t{1} << 20) ? int64_t{1} << 20 : hint);
+  // much as its text, less for indented text).
+  next_size_ = length < 256 ? 256 : (length > (int64_t{1} << 20) ? int64_t{1} << 20 : length);
 }
 
 Arena::~Arena() {
@@ -192,14 +187,31 @@ Arena::~Arena() {
 void *Arena::carve_slow(int64_t size) {
   constexpr auto kHeader = static_cast<int64_t>(sizeof(Block));
   if (size > INT64_MAX / 2 - kHeader) return nullptr;
+  // A later block takes what the rest of the text should need at the rate
+  // of what has been read (an eighth more), and at least twice the last.
+  // So a tree mostly has two blocks, the larger holding most of it: the C
+  // library's allocator then keeps such blocks between trees (it sizes what
+  // it keeps from the largest block released) instead of returning them to
+  // the system and faulting them back in page by page for the next tree.
   int64_t block_size = next_size_;
+  const int64_t used = carved_ + (next_ != nullptr ? next_ - reinterpret_cast<char *>(last_) : 0);
+  const int64_t read = *position_;
+  if (read > 0 && read < length_) {
+    const __int128 rest = static_cast<__int128>(length_ - read) * used / read;
+    const __int128 want = rest + rest / 8;
+    if (want > block_size) block_size = want < (int64_t{1} << 32) ? static_cast<int64_t>(want) : int64_t{1} << 32;
+  }
   if (block_size < size + kHeader) block_size = size + kHeader;
   auto *b = static_cast<Block *>(orlix_malloc(block_size, kModule, __LINE__));
   if (b == nullptr) return nullptr;
   b->next = nullptr;
   b->size = block_size;
-  if (last_ != nullptr) last_->next = b;
-  else first_ = b;
+  if (last_ != nullptr) {
+    carved_ += next_ - reinterpret_cast<char *>(last_);
+    last_->next = b;
+  } else {
+    first_ = b;
+  }
   last_ = b;
   if (next_size_ < (int64_t{1} << 28)) next_size_ *= 2;
   char *p = reinterpret_cast<char *>(b) + kHeader;

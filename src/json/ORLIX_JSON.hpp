@@ -92,8 +92,10 @@ void release(ORLIX_JSON *node);
 // blocks once adopt() is called; until then the arena frees them itself.
 class Arena {
  public:
-  // hint: the length of the text being decoded, which sizes the first block.
-  explicit Arena(int64_t hint);
+  // length: the length of the text being decoded, which sizes the first
+  // block; *position: how much of it has been read, so that a later block
+  // can be sized for the rest at the rate the text has needed so far.
+  Arena(int64_t length, const int64_t *position);
   ~Arena();
   Arena(const Arena &) = delete;
   Arena &operator=(const Arena &) = delete;
@@ -119,6 +121,9 @@ class Arena {
   char *next_ = nullptr;
   char *end_ = nullptr;
   int64_t next_size_;
+  int64_t length_;
+  const int64_t *position_;
+  int64_t carved_ = 0;  // bytes in the blocks taken before the current one
 };
 
 // The total order on values used to sort a container (negative, zero,

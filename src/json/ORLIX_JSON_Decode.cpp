@@ -132,7 +132,7 @@ class Decoder {
  public:
   // Everything carved for a text that is refused goes with the arena.
   Decoder(const unsigned char *text, int64_t length)
-      : s_(text), n_(length), limit_(orlix_get_recursive_level()), arena_(length) {}
+      : s_(text), n_(length), limit_(orlix_get_recursive_level()), arena_(length, &i_) {}
   Decoder(const Decoder &) = delete;
   Decoder &operator=(const Decoder &) = delete;
 
