@@ -157,8 +157,10 @@ typedef struct ORLIX_JSON_Error_st {
  * its reason. The position is that of the byte that cannot be accepted, the
  * opening quote of an unterminated string, the first byte of an invalid
  * number, literal or UTF-8 sequence, the value that goes beyond the nesting
- * limit, the first byte after a complete top-level value (trailing data),
- * or the end of the text. On success *error is set to code
+ * limit, the first byte after a complete top-level value that may not
+ * follow it (trailing data: a container may be followed by blanks, a
+ * scalar by nothing), or the end of the text. An unpaired surrogate is
+ * reported at the escape of its first half. On success *error is set to code
  * ORLIX_JSON_ERROR_NONE, offset 0, line and column 0. The reason texts are
  * constant; nothing needs freeing. Takes time linear in length.
  */

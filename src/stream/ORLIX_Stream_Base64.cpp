@@ -119,6 +119,16 @@ int64_t encode_groups(Base64Stream *b, const unsigned char *in, int64_t groups, 
   const size_t eol_length = std::strlen(eol);
   char *o = out;
   while (groups > 0) {
+    if (b->column == 0) {  // whole lines, as far as the vector form goes
+      const int64_t line_groups = (b->line_length + 3) / 4;
+      const int64_t lines =
+          orlix::base64::encode_lines(in, groups / line_groups, line_groups, block_end - in, o,
+                                      b->url, eol, static_cast<int>(eol_length));
+      in += 3 * line_groups * lines;
+      groups -= line_groups * lines;
+      o += lines * (4 * line_groups + static_cast<int64_t>(eol_length));
+      if (groups == 0) break;
+    }
     const int64_t to_eol = (b->line_length - b->column + 3) / 4;  // groups until the line ends
     const int64_t run = groups < to_eol ? groups : to_eol;
     o = encode_run(pairs, b->url, in, run, block_end - in, o);
@@ -506,30 +516,39 @@ int orlix_base64encode(uint32_t encode_flags, const void *data, int64_t length, 
 int orlix_base64decode(uint32_t decode_flags, const char *text, int64_t length,
                        unsigned char **data, int64_t *data_length) {
   if (text == nullptr || length < 1 || data == nullptr || data_length == nullptr) return 0;
-  Chain chain = filter_over(orlix_stream_new_romem(text, length, 0, nullptr),
-                            ORLIX_BASE64_EOL_CRLF, decode_flags);
-  if (!chain) return 0;
-  Chain out(orlix_stream_new_mem(length / 4 * 3, nullptr));
+  const uint32_t ws = decode_flags & ~kFlagBits;
+  if (ws < ORLIX_BASE64_WS_NONE || ws > ORLIX_BASE64_WS_ALL) return 0;
+  // The whole text is at hand, so it is decoded in one pass straight into
+  // the result: the same decoding a base64 filter over the text applies one
+  // block at a time, without the blocks' copies. Like a reader of that
+  // filter, a padded text's unfinished last group is left out, and an
+  // unpadded text's is decoded as its remainder.
+  const bool padded = (decode_flags & ORLIX_BASE64_NO_PAD) == 0;
+  const bool url = (decode_flags & ORLIX_BASE64_URL) != 0;
+  orlix::Owned<unsigned char> out(orlix::alloc_bytes(length / 4 * 3 + 3 + 32, kModule, __LINE__));
   if (!out) return 0;
-  unsigned char piece[8192];
-  for (;;) {
-    uint64_t n = 0;
-    if (orlix_stream_read(chain.get(), piece, sizeof piece, &n, nullptr) != 1) return 0;
-    if (n == 0) break;
-    if (orlix_stream_writen(out.get(), piece, static_cast<int64_t>(n), nullptr) != 1) return 0;
+  const auto *in = reinterpret_cast<const unsigned char *>(text);
+  int64_t n = 0;
+  int64_t leftover = 0;
+  int32_t padding_seen = 0;
+  if (!decodebase64(padded, url, static_cast<int32_t>(ws), in, length, out.get(), &n, &leftover,
+                    &padding_seen))
+    return 0;
+  if (!padded && leftover > 0) {
+    // At most three digits, with whitespace between them that was allowed.
+    unsigned char group[4];
+    int64_t digits = 0;
+    for (int64_t i = length - leftover; i < length && digits < 4; ++i)
+      if (in[i] != '\r' && in[i] != '\n' && in[i] != '\t' && in[i] != ' ') group[digits++] = in[i];
+    int64_t tail = 0;
+    int32_t complete = 1;
+    if (!decodebase64(false, url, static_cast<int32_t>(ws), group, digits, out.get() + n, &tail,
+                      &leftover, &complete))
+      return 0;
+    n += tail;
   }
-  if ((decode_flags & ORLIX_BASE64_NO_PAD) != 0) {
-    ORLIX_DataBlob *rest = nullptr;
-    if (orlix_stream_ctrl(chain.get(), ORLIX_CTRL_BASE64_REMAINDER, &rest, nullptr) != 1) return 0;
-    const int w = orlix_stream_writen(out.get(), rest->data, rest->length, nullptr);
-    orlix_data_blob_free(rest);
-    if (w != 1) return 0;
-  }
-  unsigned char *buffer = nullptr;
-  int64_t size = 0;
-  if (orlix_memstreamdeatch(out.get(), &buffer, &size) != 1) return 0;
-  *data = buffer;
-  *data_length = size;
+  *data = out.release();
+  *data_length = n;
   return 1;
 }
 

@@ -185,44 +185,69 @@ struct Run {
   int count = 0;
 };
 
-// Takes one block of 16 characters: digits and allowed whitespace only,
-// else false (nothing taken). Whole blocks of 16 values are packed to out.
-ORLIX_SSSE3 inline bool take_block(const Tables &t, const unsigned char *in, int ws_mode, Run &run,
-                                   unsigned char *&out) {
-  const Classified c = classify(t, _mm_loadu_si128(reinterpret_cast<const __m128i *>(in)), ws_mode);
-  __m128i values = c.values;
-  int n = 16;
-  if (c.digits != 0xFFFFu) {
-    if ((c.digits | c.blanks) != 0xFFFFu) return false;
-    // Squeeze the whitespace out: each half to its front, then the halves
-    // together.
-    const unsigned lo = c.digits & 0xFF;
-    const unsigned hi = c.digits >> 8;
-    __m128i order = _mm_unpacklo_epi64(
-        _mm_loadl_epi64(reinterpret_cast<const __m128i *>(kShuffle.compress[lo])),
-        _mm_add_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(kShuffle.compress[hi])),
-                     _mm_set1_epi8(8)));
-    values = _mm_shuffle_epi8(_mm_shuffle_epi8(values, order), load16(kShuffle.join[kShuffle.count[lo]]));
-    n = kShuffle.count[lo] + kShuffle.count[hi];
-  }
-  if (run.count == 0 && n == 16) {
-    pack(values, out);
-    out += 12;
-    return true;
-  }
+// Adds the first n digit values of `values` to the run, packing a whole
+// block of 16 when one fills.
+ORLIX_SSSE3 inline void stage(Run &run, __m128i values, int n, unsigned char *&out) {
   const __m128i joined =
       _mm_or_si128(run.staged, _mm_shuffle_epi8(values, load16(kShuffle.up[run.count])));
   const int total = run.count + n;
   if (total < 16) {
     run.staged = joined;
     run.count = total;
-    return true;
+    return;
   }
   pack(joined, out);
   out += 12;
   run.staged = _mm_shuffle_epi8(values, load16(kShuffle.down[16 - run.count]));
   run.count = total - 16;
-  return true;
+}
+
+// Takes characters from a block of 16: digits and allowed whitespace only,
+// else nothing (0). Whole blocks of 16 values are packed to out. Returns
+// how many characters were taken: 16, or fewer when whitespace falls
+// between whole groups (a line break, mostly). Then the digits before it
+// are packed, the whitespace is passed over, and the next block starts a
+// group, so that it can go the fast way again.
+ORLIX_SSSE3 inline int take_block(const Tables &t, const unsigned char *in, int ws_mode, Run &run,
+                                  unsigned char *&out) {
+  const Classified c = classify(t, _mm_loadu_si128(reinterpret_cast<const __m128i *>(in)), ws_mode);
+  if (c.digits == 0xFFFFu) {
+    if (run.count == 0) {
+      pack(c.values, out);
+      out += 12;
+    } else {
+      stage(run, c.values, 16, out);
+    }
+    return 16;
+  }
+  if ((c.digits | c.blanks) != 0xFFFFu) return 0;
+  const int first_blank = __builtin_ctz(~c.digits);
+  if ((run.count + first_blank) % 4 == 0) {
+    const __m128i before = _mm_cmpgt_epi8(_mm_set1_epi8(static_cast<char>(first_blank)),
+                                          _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12,
+                                                        13, 14, 15));
+    stage(run, _mm_and_si128(c.values, before), first_blank, out);
+    if (run.count > 0) {  // whole groups: 3 bytes for every 4 values
+      pack(run.staged, out);
+      out += run.count / 4 * 3;
+      run.staged = _mm_setzero_si128();
+      run.count = 0;
+    }
+    // Bits above the block are clear in `blanks`, so the count stops there.
+    return first_blank + __builtin_ctz(~(c.blanks >> first_blank));
+  }
+  // Whitespace inside a group: squeeze it out, each half to its front, then
+  // the halves together.
+  const unsigned lo = c.digits & 0xFF;
+  const unsigned hi = c.digits >> 8;
+  const __m128i order = _mm_unpacklo_epi64(
+      _mm_loadl_epi64(reinterpret_cast<const __m128i *>(kShuffle.compress[lo])),
+      _mm_add_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(kShuffle.compress[hi])),
+                   _mm_set1_epi8(8)));
+  const __m128i values =
+      _mm_shuffle_epi8(_mm_shuffle_epi8(c.values, order), load16(kShuffle.join[kShuffle.count[lo]]));
+  stage(run, values, kShuffle.count[lo] + kShuffle.count[hi], out);
+  return 16;
 }
 
 // Where decoding goes on after a run that stopped at `at` with run.count
@@ -241,7 +266,10 @@ ORLIX_SSSE3 int64_t decode_ssse3(const Tables &t, const unsigned char *in, int64
   unsigned char *const start = out;
   Run run{_mm_setzero_si128()};
   int64_t i = 0;
-  for (; i + 16 <= n && take_block(t, in + i, ws_mode, run, out); i += 16) {
+  while (i + 16 <= n) {
+    const int taken = take_block(t, in + i, ws_mode, run, out);
+    if (taken == 0) break;
+    i += taken;
   }
   *written = out - start;
   return resume_point(t, in, i, run.count);
@@ -321,38 +349,57 @@ ORLIX_AVX2 int64_t decode_avx2(const Tables &t, const unsigned char *in, int64_t
         continue;
       }
     }
-    if (!take_block(t, in + i, ws_mode, run, out)) break;
-    i += 16;
+    const int taken = take_block(t, in + i, ws_mode, run, out);
+    if (taken == 0) break;
+    i += taken;
   }
   *written = out - start;
   return resume_point(t, in, i, run.count);
 }
 
-ORLIX_AVX2 int64_t encode_avx2(const Tables &t, const unsigned char *in, int64_t groups,
-                               int64_t readable, char *out) {
+// Encodes the 8 groups at in (28 bytes are read) into 32 characters.
+ORLIX_AVX2 inline void encode8_avx2(const unsigned char *in, __m256i char_offset, char *out) {
   const __m256i shuffle = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10, 1, 0,
                                            2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
+  // Two 16-byte loads, 12 bytes apart.
+  __m256i v = _mm256_inserti128_si256(
+      _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(in))),
+      _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + 12)), 1);
+  v = _mm256_shuffle_epi8(v, shuffle);
+  const __m256i t0 = _mm256_and_si256(v, _mm256_set1_epi32(0x0FC0FC00));
+  const __m256i t1 = _mm256_mulhi_epu16(t0, _mm256_set1_epi32(0x04000040));
+  const __m256i t2 = _mm256_and_si256(v, _mm256_set1_epi32(0x003F03F0));
+  const __m256i t3 = _mm256_mullo_epi16(t2, _mm256_set1_epi32(0x01000010));
+  const __m256i indices = _mm256_or_si256(t1, t3);
+  __m256i reduced = _mm256_subs_epu8(indices, _mm256_set1_epi8(51));
+  const __m256i below26 = _mm256_cmpgt_epi8(_mm256_set1_epi8(26), indices);
+  reduced = _mm256_or_si256(reduced, _mm256_and_si256(below26, _mm256_set1_epi8(13)));
+  const __m256i chars = _mm256_add_epi8(_mm256_shuffle_epi8(char_offset, reduced), indices);
+  _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), chars);
+}
+
+ORLIX_AVX2 int64_t encode_avx2(const Tables &t, const unsigned char *in, int64_t groups,
+                               int64_t readable, char *out) {
   const __m256i char_offset = broadcast(t.char_offset);
   int64_t g = 0;
-  // Two 16-byte loads, 12 bytes apart: 28 bytes read for 24 used.
-  for (; g + 8 <= groups && 3 * g + 28 <= readable; g += 8) {
-    const unsigned char *p = in + 3 * g;
-    __m256i v = _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 12)), 1);
-    v = _mm256_shuffle_epi8(v, shuffle);
-    const __m256i t0 = _mm256_and_si256(v, _mm256_set1_epi32(0x0FC0FC00));
-    const __m256i t1 = _mm256_mulhi_epu16(t0, _mm256_set1_epi32(0x04000040));
-    const __m256i t2 = _mm256_and_si256(v, _mm256_set1_epi32(0x003F03F0));
-    const __m256i t3 = _mm256_mullo_epi16(t2, _mm256_set1_epi32(0x01000010));
-    const __m256i indices = _mm256_or_si256(t1, t3);
-    __m256i reduced = _mm256_subs_epu8(indices, _mm256_set1_epi8(51));
-    const __m256i below26 = _mm256_cmpgt_epi8(_mm256_set1_epi8(26), indices);
-    reduced = _mm256_or_si256(reduced, _mm256_and_si256(below26, _mm256_set1_epi8(13)));
-    const __m256i chars = _mm256_add_epi8(_mm256_shuffle_epi8(char_offset, reduced), indices);
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + 4 * g), chars);
-  }
+  for (; g + 8 <= groups && 3 * g + 28 <= readable; g += 8)
+    encode8_avx2(in + 3 * g, char_offset, out + 4 * g);
   return g + encode_ssse3(t, in + 3 * g, groups - g, readable - 3 * g, out + 4 * g);
+}
+
+ORLIX_AVX2 int64_t encode_lines_avx2(const Tables &t, const unsigned char *in, int64_t lines,
+                                     int64_t line_groups, int64_t readable, char *out,
+                                     const char *eol, int eol_length) {
+  const __m256i char_offset = broadcast(t.char_offset);
+  const int64_t line_bytes = 3 * line_groups;
+  int64_t done = 0;
+  // The last 8 groups of a line read 28 bytes from 24 before its end.
+  for (; done < lines && (done + 1) * line_bytes + 4 <= readable; ++done) {
+    for (int64_t g = 0; g < line_groups; g += 8, in += 24, out += 32)
+      encode8_avx2(in, char_offset, out);
+    for (int k = 0; k < eol_length; ++k) *out++ = eol[k];
+  }
+  return done;
 }
 
 enum class Form { kPortable, kSsse3, kAvx2 };
@@ -388,6 +435,13 @@ int64_t encode_groups(const unsigned char *in, int64_t groups, int64_t readable,
     case Form::kSsse3: return encode_ssse3(t, in, groups, readable, out);
     default: return 0;
   }
+}
+
+int64_t encode_lines(const unsigned char *in, int64_t lines, int64_t line_groups, int64_t readable,
+                     char *out, bool url, const char *eol, int eol_length) {
+  if (form() != Form::kAvx2 || line_groups % 8 != 0) return 0;
+  return encode_lines_avx2(url ? kUrlTables : kStdTables, in, lines, line_groups, readable, out, eol,
+                           eol_length);
 }
 
 bool use_vector_forms(bool on) {

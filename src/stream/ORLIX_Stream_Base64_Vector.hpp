@@ -28,6 +28,13 @@ int64_t decode_run(const unsigned char *in, int64_t n, unsigned char *out, bool 
 int64_t encode_groups(const unsigned char *in, int64_t groups, int64_t readable, char *out,
                       bool url);
 
+// Encodes up to `lines` whole lines of line_groups groups each (a multiple
+// of 8), each followed by the eol_length characters of eol, and returns how
+// many lines it wrote (0 without the AVX2 form; fewer when the loads would
+// pass `readable`): the caller writes the rest.
+int64_t encode_lines(const unsigned char *in, int64_t lines, int64_t line_groups, int64_t readable,
+                     char *out, bool url, const char *eol, int eol_length);
+
 // Switches the vector forms on (when the processor has them) or off,
 // returning whether they were in use. Meant for tests; not thread safe.
 bool use_vector_forms(bool on);

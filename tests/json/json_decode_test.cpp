@@ -114,6 +114,60 @@ TEST(json_decode, RefusesOnPurpose) {
   for (const auto &text : cases) EXPECT_EQ(DecodeText(text), nullptr) << Hex(text);
 }
 
+// Where and why a refused text fails: offset, line, column (characters of
+// the line) and the code with its fixed reason, for every kind of refusal.
+TEST(json_decode, ErrorsSayWhereAndWhy) {
+  struct Row {
+    std::string text;
+    uint32_t code;
+    uint64_t offset;
+    uint32_t line, column;
+  };
+  const Row rows[] = {
+      {"", ORLIX_JSON_ERROR_END, 0, 1, 1},
+      {"[1", ORLIX_JSON_ERROR_END, 2, 1, 3},
+      {"[1,]", ORLIX_JSON_ERROR_CHARACTER, 3, 1, 4},
+      {"{\"a\" 1}", ORLIX_JSON_ERROR_CHARACTER, 5, 1, 6},
+      {"[tru]", ORLIX_JSON_ERROR_LITERAL, 1, 1, 2},
+      {"[1,-]", ORLIX_JSON_ERROR_NUMBER, 3, 1, 4},
+      {"[1.5e]", ORLIX_JSON_ERROR_NUMBER, 1, 1, 2},
+      {"[\"abc", ORLIX_JSON_ERROR_UNTERMINATED, 1, 1, 2},
+      {"[\"a\\", ORLIX_JSON_ERROR_UNTERMINATED, 1, 1, 2},
+      {"[\"\\u00", ORLIX_JSON_ERROR_UNTERMINATED, 1, 1, 2},
+      {"[\"\\x\"]", ORLIX_JSON_ERROR_ESCAPE, 2, 1, 3},
+      {"[\"\\u12G4\"]", ORLIX_JSON_ERROR_ESCAPE, 2, 1, 3},
+      {"[\"\\ud83d\\u0041\"]", ORLIX_JSON_ERROR_SURROGATE, 2, 1, 3},  // the high half
+      {"[\"\\ude00\"]", ORLIX_JSON_ERROR_SURROGATE, 2, 1, 3},
+      {"[\"a\x01\"]", ORLIX_JSON_ERROR_CONTROL, 3, 1, 4},
+      {"[\"\xc3(\"]", ORLIX_JSON_ERROR_UTF8, 2, 1, 3},
+      {"[1] x", ORLIX_JSON_ERROR_TRAILING, 4, 1, 5},  // a container may be followed by blanks
+      {"1 x", ORLIX_JSON_ERROR_TRAILING, 1, 1, 2},    // a scalar by nothing
+      // Columns count characters: "é" is one, its two bytes are two offsets.
+      {"[\n  \"\xc3\xa9\", ?\n]", ORLIX_JSON_ERROR_CHARACTER, 10, 2, 8},
+      {"{\"\xc3\xa9\xc3\xa9\":\n\n1,\"\xe2\x82\xac\":tx}", ORLIX_JSON_ERROR_LITERAL, 18, 3, 7},
+  };
+  for (const Row &r : rows) {
+    ORLIX_JSON_Error e{99, 99, 99, 99, nullptr};
+    EXPECT_EQ(orlix_json_decodewitherror(r.text.data(), static_cast<uint32_t>(r.text.size()), &e),
+              nullptr)
+        << Hex(r.text);
+    EXPECT_EQ(e.code, r.code) << Hex(r.text);
+    EXPECT_EQ(e.offset, r.offset) << Hex(r.text);
+    EXPECT_EQ(e.line, r.line) << Hex(r.text);
+    EXPECT_EQ(e.column, r.column) << Hex(r.text);
+    EXPECT_NE(e.reason, nullptr);
+  }
+  ORLIX_JSON_Error e{99, 99, 99, 99, nullptr};
+  Tree ok(orlix_json_decodewitherror("[1]", 3, &e));
+  EXPECT_NE(ok, nullptr);
+  EXPECT_EQ(e.code, ORLIX_JSON_ERROR_NONE);
+  EXPECT_EQ(e.offset + e.line + e.column, 0u);
+  EXPECT_STREQ(e.reason, "no error");
+  EXPECT_EQ(orlix_json_decodewitherror(nullptr, 0, &e), nullptr);
+  EXPECT_EQ(e.code, ORLIX_JSON_ERROR_NO_INPUT);
+  EXPECT_STREQ(e.reason, "no input");
+}
+
 TEST(json_decode, ReadsExactlyTheGivenLength) {
   const char text[] = "[1,2]garbage";
   Tree t(orlix_json_decode(text, 5));
