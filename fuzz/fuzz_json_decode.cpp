@@ -3,8 +3,15 @@
 // or nan), re-encodes to the same bytes (except where a small negative number
 // printed as "-0" reads back as 0), and an indented encoding of it decodes to
 // a tree with the same compact text; a copy encodes like the original.
+// The decoder's vector scans and its portable loops must agree exactly: the
+// same tree (number bits included) or the same refusal at the same place,
+// and the encoder's forms the same bytes. A text that is one number must
+// give the double the C library's strtod gives.
 //
 // Input: the JSON text. Its last byte also picks the indented layout.
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +19,7 @@
 #include "ORLIX_JSON.h"
 #include "ORLIX_Util.h"
 #include "fuzz_util.hpp"
+#include "json/ORLIX_JSON.hpp"
 
 namespace {
 
@@ -36,6 +44,39 @@ std::optional<std::string> Encode(ORLIX_JSON *tree, uint32_t flags = 0) {
   return out;
 }
 
+// Whether two trees are the same value for value: types, string bytes,
+// number bits, member names and order.
+bool SameTree(const ORLIX_JSON *a, const ORLIX_JSON *b) {
+  if (a->type != b->type) return false;
+  switch (a->type) {
+    case ORLIX_JSON_STRING:
+      return a->length == b->length && fuzz::SameBytes(a->value.string, b->value.string, a->length);
+    case ORLIX_JSON_NUMBER: return std::memcmp(&a->value.number, &b->value.number, sizeof(double)) == 0;
+    case ORLIX_JSON_BOOLEAN: return a->value.boolean == b->value.boolean;
+    case ORLIX_JSON_NULL: return true;
+    case ORLIX_JSON_ARRAY:
+      if (a->length != b->length) return false;
+      for (int32_t i = 0; i < a->length; ++i)
+        if (!SameTree(orlix::json::elements(a)[i], orlix::json::elements(b)[i])) return false;
+      return true;
+    case ORLIX_JSON_OBJECT:
+      if (a->length != b->length) return false;
+      for (int32_t i = 0; i < a->length; ++i) {
+        const orlix::json::Member &x = orlix::json::members(a)[i];
+        const orlix::json::Member &y = orlix::json::members(b)[i];
+        if (!SameTree(x.name, y.name) || !SameTree(x.value, y.value)) return false;
+      }
+      return true;
+    default: return false;
+  }
+}
+
+// strtod in the C locale.
+double CStrtod(const std::string &text) {
+  static locale_t c_locale = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+  return strtod_l(text.c_str(), nullptr, c_locale);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -48,6 +89,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       orlix_json_decodewitherror(text.data(), static_cast<uint32_t>(size), &error);
   FUZZ_CHECK((explained != nullptr) == (tree.p != nullptr));
   orlix_json_free(explained);
+  {
+    // The portable loops: the same tree, or the same refusal at the same place.
+    const bool was = orlix::json::use_vector_forms(false);
+    ORLIX_JSON_Error portable_error;
+    Tree portable(orlix_json_decodewitherror(text.data(), static_cast<uint32_t>(size), &portable_error));
+    const auto portable_text = portable.p != nullptr ? Encode(portable.p) : std::nullopt;
+    orlix::json::use_vector_forms(was);
+    FUZZ_CHECK((portable.p != nullptr) == (tree.p != nullptr));
+    if (tree.p == nullptr) {
+      FUZZ_CHECK(portable_error.code == error.code && portable_error.offset == error.offset &&
+                     portable_error.line == error.line && portable_error.column == error.column,
+                 "vector: code %u at %llu; portable: code %u at %llu", error.code,
+                 static_cast<unsigned long long>(error.offset), portable_error.code,
+                 static_cast<unsigned long long>(portable_error.offset));
+    } else {
+      FUZZ_CHECK(SameTree(tree.p, portable.p));
+      FUZZ_CHECK(portable_text == Encode(tree.p));
+    }
+  }
+  if (tree.p != nullptr && tree.p->type == ORLIX_JSON_NUMBER) {
+    const double expected = CStrtod(std::string(text));
+    FUZZ_CHECK(std::memcmp(&expected, &tree.p->value.number, sizeof expected) == 0, "%s: %a against %a",
+               std::string(text).c_str(), tree.p->value.number, expected);
+  }
   if (tree.p == nullptr) {
     FUZZ_CHECK(error.code != ORLIX_JSON_ERROR_NONE && error.code <= ORLIX_JSON_ERROR_MEMORY &&
                    error.offset <= size && error.line >= 1 && error.column >= 1 &&

@@ -1,51 +1,53 @@
 // The JSON value model: nodes, deep copies, getters, object and array
-// mutators, traversal and the total order used for sorting.
+// mutators, traversal, the total order used for sorting, and the arena that
+// decoded trees are carved from.
 #include "json/ORLIX_JSON.hpp"
 
+#include <cstdlib>
 #include <cstring>
 
 #include "ORLIX_Util.h"
-#include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
+using orlix::json::Container;
+using orlix::json::is_container;
+using orlix::json::kCarved;
+using orlix::json::kCarvedLeaves;
+using orlix::json::kEntriesCarved;
 using orlix::json::kModule;
-using orlix::json::ObjectItem;
+using orlix::json::Member;
 
 namespace {
 
 constexpr int32_t kMaxStringLength = 0x7FFFFFFF;
 
-ORLIX_JSON *new_node(uint32_t type) {
+ORLIX_JSON *new_node(uint8_t type) {
   auto *node = orlix::alloc_record<ORLIX_JSON>(kModule, __LINE__);
   if (node == nullptr) return nullptr;
   node->type = type;
-  node->value.list = nullptr;
+  node->flags = 0;
+  node->reserved = 0;
   node->length = 0;
+  node->value.entries = nullptr;
   return node;
 }
 
-void free_value(void *node) { orlix_json_free(static_cast<ORLIX_JSON *>(node)); }
-
-// A container and its list share one block: the list is placed right after
-// the node.
-ORLIX_JSON *new_container(uint32_t type) {
-  auto *node =
-      orlix::alloc_with_tail<ORLIX_JSON>(iorlix_arraylist_footprint(), kModule, __LINE__);
-  if (node == nullptr) return nullptr;
-  node->type = type;
-  node->length = 0;
-  node->value.list = iorlix_arraylist_place(
-      node + 1, nullptr, type == ORLIX_JSON_OBJECT ? orlix::json::free_item : free_value);
-  return node;
+// An empty container; its entries get a block of their own on the first add.
+ORLIX_JSON *new_container(uint8_t type) {
+  auto *c = orlix::alloc_record<Container>(kModule, __LINE__);
+  if (c == nullptr) return nullptr;
+  c->node.type = type;
+  c->node.flags = 0;
+  c->node.reserved = 0;
+  c->node.length = 0;
+  c->node.value.entries = nullptr;
+  c->capacity = 0;
+  return &c->node;
 }
 
 bool is(const ORLIX_JSON *node, uint32_t type) { return node != nullptr && node->type == type; }
-
-bool is_container(const ORLIX_JSON *node) {
-  return node->type == ORLIX_JSON_OBJECT || node->type == ORLIX_JSON_ARRAY;
-}
 
 // A copy of a string, number, boolean or null; nullptr for any other type
 // code or when memory runs out.
@@ -60,17 +62,41 @@ ORLIX_JSON *copy_scalar(const ORLIX_JSON *node) {
   }
 }
 
-ObjectItem *item_at(const ORLIX_JSON *object, int32_t index) {
-  return static_cast<ObjectItem *>(orlix_arraylist_getitemref(object->value.list, index));
+// Makes room for one more entry of size bytes (8 for an element, 16 for a
+// member), doubling the entry block (or moving carved entries into a block of
+// their own). The entries are untouched on failure.
+bool make_room(ORLIX_JSON *node, int64_t size) {
+  auto *c = reinterpret_cast<Container *>(node);
+  orlix::json::touch(node);
+  const bool carved = (node->flags & kEntriesCarved) != 0;
+  const int32_t held = carved ? node->length : c->capacity;
+  if (node->length < held) return true;
+  if (held > INT32_MAX / 2) return false;
+  const int32_t capacity = held < 4 ? 4 : held * 2;
+  void *entries = orlix_malloc(capacity * size, kModule, __LINE__);
+  if (entries == nullptr) return false;
+  if (node->length > 0)
+    std::memcpy(entries, node->value.entries, static_cast<size_t>(node->length * size));
+  if (!carved) orlix_free(node->value.entries);
+  node->flags &= static_cast<uint8_t>(~kEntriesCarved);
+  node->value.entries = entries;
+  c->capacity = capacity;
+  return true;
 }
 
-int32_t member_count(const ORLIX_JSON *node) {
-  return static_cast<int32_t>(orlix_arraylist_count(node->value.list));
+// A name node and its bytes in one block.
+ORLIX_JSON *new_name(const char *name, int32_t length) {
+  return orlix::json::new_string_unchecked(name, length);
 }
 
-bool name_matches(const ObjectItem *item, const char *name, int length) {
-  return item != nullptr && item->name != nullptr && item->name->length == length &&
-         (length == 0 || std::memcmp(item->name->value.string, name, length) == 0);
+// Releases a member's name (its value is the caller's business).
+void release_name(ORLIX_JSON *name) {
+  if (name != nullptr && (name->flags & kCarved) == 0) orlix_free(name);
+}
+
+bool name_matches(const Member &m, const char *name, int length) {
+  return m.name->length == length &&
+         (length == 0 || std::memcmp(m.name->value.string, name, static_cast<size_t>(length)) == 0);
 }
 
 // The argument rule of the name-based object operations.
@@ -80,10 +106,11 @@ bool name_args_ok(const ORLIX_JSON *object, const char *name, int length) {
 
 // Index of the first (or last) member named name, or -1.
 int32_t find_member(const ORLIX_JSON *object, const char *name, int length, bool last) {
-  const int32_t n = member_count(object);
+  const int32_t n = object->length;
+  const Member *m = orlix::json::members(object);
   for (int32_t k = 0; k < n; ++k) {
     const int32_t i = last ? n - 1 - k : k;
-    if (name_matches(item_at(object, i), name, length)) return i;
+    if (name_matches(m[i], name, length)) return i;
   }
   return -1;
 }
@@ -104,10 +131,6 @@ int compare_strings(const ORLIX_JSON *a, const ORLIX_JSON *b) {
   return la > lb ? 1 : 0;
 }
 
-// A missing member compares as a member with neither name nor value.
-const ORLIX_JSON *name_of(const ObjectItem *item) { return item ? item->name : nullptr; }
-const ORLIX_JSON *value_of(const ObjectItem *item) { return item ? item->value : nullptr; }
-
 // Everything the order looks at in the two nodes themselves: the type codes
 // (a missing node counts as -1), the scalar values, and the entry counts of
 // two containers, whose entries the caller compares next.
@@ -127,8 +150,8 @@ int compare_nodes(const ORLIX_JSON *a, const ORLIX_JSON *b) {
       return a->value.boolean == b->value.boolean ? 0 : 1;
     case ORLIX_JSON_OBJECT:
     case ORLIX_JSON_ARRAY: {
-      const int32_t na = member_count(a);
-      const int32_t nb = member_count(b);
+      const int32_t na = a->length;
+      const int32_t nb = b->length;
       return na == nb ? 0 : (na < nb ? -1 : 1);
     }
     default: return 0;
@@ -139,41 +162,136 @@ int compare_nodes(const ORLIX_JSON *a, const ORLIX_JSON *b) {
 
 namespace orlix::json {
 
+// An arena block: a header, then the carved bytes. The root of a tree is the
+// first node carved, right after the first block's header, which is how the
+// root finds the blocks again.
+struct Arena::Block {
+  Block *next;
+  int64_t size;
+};
+
+Arena::Arena(int64_t length, const int64_t *position) : length_(length), position_(position) {
+  // About the text's length for the first block (a tree takes roughly as
+  // much as its text, less for indented text).
+  next_size_ = length < 256 ? 256 : (length > (int64_t{1} << 20) ? int64_t{1} << 20 : length);
+}
+
+Arena::~Arena() {
+  for (Block *b = first_; b != nullptr;) {
+    Block *next = b->next;
+    orlix_free(b);
+    b = next;
+  }
+}
+
+void *Arena::carve_slow(int64_t size) {
+  constexpr auto kHeader = static_cast<int64_t>(sizeof(Block));
+  if (size > INT64_MAX / 2 - kHeader) return nullptr;
+  // A later block takes what the rest of the text should need at the rate
+  // of what has been read (an eighth more), and at least twice the last.
+  // So a tree mostly has two blocks, the larger holding most of it: the C
+  // library's allocator then keeps such blocks between trees (it sizes what
+  // it keeps from the largest block released) instead of returning them to
+  // the system and faulting them back in page by page for the next tree.
+  int64_t block_size = next_size_;
+  const int64_t used = carved_ + (next_ != nullptr ? next_ - reinterpret_cast<char *>(last_) : 0);
+  const int64_t read = *position_;
+  if (read > 0 && read < length_) {
+    const __int128 rest = static_cast<__int128>(length_ - read) * used / read;
+    const __int128 want = rest + rest / 8;
+    if (want > block_size) block_size = want < (int64_t{1} << 32) ? static_cast<int64_t>(want) : int64_t{1} << 32;
+  }
+  if (block_size < size + kHeader) block_size = size + kHeader;
+  auto *b = static_cast<Block *>(orlix_malloc(block_size, kModule, __LINE__));
+  if (b == nullptr) return nullptr;
+  b->next = nullptr;
+  b->size = block_size;
+  if (last_ != nullptr) {
+    carved_ += next_ - reinterpret_cast<char *>(last_);
+    last_->next = b;
+  } else {
+    first_ = b;
+  }
+  last_ = b;
+  if (next_size_ < (int64_t{1} << 28)) next_size_ *= 2;
+  char *p = reinterpret_cast<char *>(b) + kHeader;
+  next_ = p + size;
+  end_ = reinterpret_cast<char *>(b) + block_size;
+  return p;
+}
+
+void Arena::adopt(ORLIX_JSON *root) {
+  root->flags |= kArenaRoot;
+  first_ = nullptr;
+  last_ = nullptr;
+}
+
+// Releases the arena whose root is node.
+void release_arena(ORLIX_JSON *root) {
+  auto *b = reinterpret_cast<Arena::Block *>(reinterpret_cast<char *>(root) - sizeof(Arena::Block));
+  while (b != nullptr) {
+    Arena::Block *next = b->next;
+    orlix_free(b);
+    b = next;
+  }
+}
+
 ORLIX_JSON *new_string_unchecked(const char *bytes, int32_t length) {
   // The bytes share the node's block, so a string costs one allocation.
-  auto *node = orlix::alloc_with_tail<ORLIX_JSON>(length + 1, kModule, __LINE__);
+  auto *node = orlix::alloc_with_tail<ORLIX_JSON>(int64_t{length} + 1, kModule, __LINE__);
   if (node == nullptr) return nullptr;
   char *text = reinterpret_cast<char *>(node + 1);
   if (length > 0) std::memcpy(text, bytes, static_cast<size_t>(length));
   text[length] = '\0';
   node->type = ORLIX_JSON_STRING;
+  node->flags = 0;
+  node->reserved = 0;
   node->value.string = text;
   node->length = length;
   return node;
 }
 
-ObjectItem *new_item(const char *name, int32_t length, ORLIX_JSON *value) {
-  // One block: the item, its name node, the name bytes and a NUL.
-  auto *item = orlix::alloc_with_tail<ObjectItem>(
-      static_cast<int64_t>(sizeof(ORLIX_JSON)) + length + 1, kModule, __LINE__);
-  if (item == nullptr) return nullptr;
-  auto *name_node = reinterpret_cast<ORLIX_JSON *>(item + 1);
-  char *text = reinterpret_cast<char *>(name_node + 1);
-  if (length > 0) std::memcpy(text, name, static_cast<size_t>(length));
-  text[length] = '\0';
-  name_node->type = ORLIX_JSON_STRING;
-  name_node->value.string = text;
-  name_node->length = length;
-  item->name = name_node;
-  item->value = value;
-  return item;
-}
-
-void free_item(void *p) {
-  auto *item = static_cast<ObjectItem *>(p);
-  if (item == nullptr) return;
-  orlix_json_free(item->value);
-  orlix_free(item);
+void release(ORLIX_JSON *node) {
+  if (node == nullptr) return;
+  const bool arena_root = (node->flags & kArenaRoot) != 0;
+  if (arena_root && (node->flags & kTreeChanged) == 0) {
+    release_arena(node);  // all of the tree is in the arena
+    return;
+  }
+  if (is_container(node)) {
+    // Containers wait on an explicit stack instead of the C stack, so that a
+    // tree of any depth can be released. Should the stack itself fail to
+    // grow, that one subtree is released recursively.
+    orlix::SmallBuffer<ORLIX_JSON *, 64> pending(kModule);
+    pending.push_back(node);
+    while (!pending.empty()) {
+      ORLIX_JSON *container = pending.back();
+      pending.pop_back();
+      if ((container->flags & kCarvedLeaves) != 0) continue;  // nothing of its own to release
+      const int32_t n = container->length;
+      for (int32_t i = 0; i < n; ++i) {
+        ORLIX_JSON *child;
+        if (container->type == ORLIX_JSON_OBJECT) {
+          Member &m = members(container)[i];
+          release_name(m.name);
+          child = m.value;
+        } else {
+          child = elements(container)[i];
+        }
+        if (child == nullptr) continue;
+        if (is_container(child)) {
+          if (!pending.push_back(child)) release(child);
+        } else if ((child->flags & kCarved) == 0) {
+          orlix_free(child);
+        }
+      }
+      if ((container->flags & kEntriesCarved) == 0) orlix_free(container->value.entries);
+      if ((container->flags & kCarved) == 0) orlix_free(container);
+    }
+  } else if ((node->flags & kCarved) == 0) {
+    orlix_free(node);
+  }
+  if (arena_root) release_arena(node);
 }
 
 // Values are compared in document order, one pair of nodes at a time; the
@@ -182,8 +300,8 @@ int Comparer::values(const ORLIX_JSON *a, const ORLIX_JSON *b) {
   stack_.clear();
   for (;;) {
     if (const int c = compare_nodes(a, b); c != 0) return c;
-    if (a != nullptr && is_container(a) && member_count(a) > 0 &&
-        !stack_.push_back(Frame{a, b, 0, member_count(a)}))
+    if (a != nullptr && is_container(a) && a->length > 0 &&
+        !stack_.push_back(Frame{a, b, 0, a->length}))
       return 0;  // prepare() made room for every path, so this never happens
     // The next pair: the next entries of the innermost unfinished pair.
     for (;;) {
@@ -195,23 +313,23 @@ int Comparer::values(const ORLIX_JSON *a, const ORLIX_JSON *b) {
       }
       const int32_t i = f.next++;
       if (f.a->type == ORLIX_JSON_OBJECT) {
-        const ObjectItem *x = item_at(f.a, i);
-        const ObjectItem *y = item_at(f.b, i);
-        if (const int c = compare_nodes(name_of(x), name_of(y)); c != 0) return c;
-        a = value_of(x);
-        b = value_of(y);
+        const Member &x = orlix::json::members(f.a)[i];
+        const Member &y = orlix::json::members(f.b)[i];
+        if (const int c = compare_nodes(x.name, y.name); c != 0) return c;
+        a = x.value;
+        b = y.value;
       } else {
-        a = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.a->value.list, i));
-        b = static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.b->value.list, i));
+        a = elements(f.a)[i];
+        b = elements(f.b)[i];
       }
       break;
     }
   }
 }
 
-int Comparer::members(const ObjectItem *a, const ObjectItem *b) {
-  if (const int c = compare_nodes(name_of(a), name_of(b)); c != 0) return c;
-  return values(value_of(a), value_of(b));
+int Comparer::members(const Member *a, const Member *b) {
+  if (const int c = compare_nodes(a->name, b->name); c != 0) return c;
+  return values(a->value, b->value);
 }
 
 bool Comparer::prepare(const ORLIX_JSON *tree) {
@@ -219,7 +337,7 @@ bool Comparer::prepare(const ORLIX_JSON *tree) {
   // path, which bounds the stack of any comparison inside it.
   stack_.clear();
   if (tree == nullptr || !is_container(tree)) return true;
-  if (!stack_.push_back(Frame{tree, tree, 0, member_count(tree)})) return false;
+  if (!stack_.push_back(Frame{tree, tree, 0, tree->length})) return false;
   while (!stack_.empty()) {
     Frame &f = stack_.back();
     if (f.next == f.count) {
@@ -227,20 +345,18 @@ bool Comparer::prepare(const ORLIX_JSON *tree) {
       continue;
     }
     const int32_t i = f.next++;
-    const ORLIX_JSON *child =
-        f.a->type == ORLIX_JSON_OBJECT
-            ? value_of(item_at(f.a, i))
-            : static_cast<const ORLIX_JSON *>(orlix_arraylist_getitemref(f.a->value.list, i));
-    if (child != nullptr && is_container(child) && member_count(child) > 0 &&
-        !stack_.push_back(Frame{child, child, 0, member_count(child)}))
+    const ORLIX_JSON *child = f.a->type == ORLIX_JSON_OBJECT ? orlix::json::members(f.a)[i].value
+                                                             : elements(f.a)[i];
+    if (child != nullptr && is_container(child) && child->length > 0 &&
+        !stack_.push_back(Frame{child, child, 0, child->length}))
       return false;
   }
   return true;
 }
 
-int compare_item_slots(const void *a, const void *b, void *comparer) {
-  return static_cast<Comparer *>(comparer)->members(*static_cast<ObjectItem *const *>(a),
-                                                    *static_cast<ObjectItem *const *>(b));
+int compare_member_slots(const void *a, const void *b, void *comparer) {
+  return static_cast<Comparer *>(comparer)->members(static_cast<const Member *>(a),
+                                                    static_cast<const Member *>(b));
 }
 
 int compare_value_slots(const void *a, const void *b, void *comparer) {
@@ -277,40 +393,7 @@ ORLIX_JSON *orlix_json_newobject(void) { return new_container(ORLIX_JSON_OBJECT)
 
 ORLIX_JSON *orlix_json_newarray(void) { return new_container(ORLIX_JSON_ARRAY); }
 
-void orlix_json_free(ORLIX_JSON *node) {
-  if (node == nullptr) return;
-  if (!is_container(node)) {
-    orlix_free(node);
-    return;
-  }
-  // Containers wait on an explicit stack instead of the C stack, so that a
-  // tree of any depth can be released. Should the stack itself fail to grow,
-  // that one subtree is released recursively.
-  orlix::SmallBuffer<ORLIX_JSON *, 64> pending(kModule);
-  pending.push_back(node);
-  while (!pending.empty()) {
-    ORLIX_JSON *container = pending.back();
-    pending.pop_back();
-    ORLIX_ArrayList *list = container->value.list;
-    const int32_t n = member_count(container);
-    for (int32_t i = n - 1; i >= 0; --i) {
-      void *slot = orlix_arraylist_getitemref(list, i);
-      ORLIX_JSON *child = static_cast<ORLIX_JSON *>(slot);
-      if (container->type == ORLIX_JSON_OBJECT) {
-        auto *item = static_cast<ObjectItem *>(slot);
-        child = item != nullptr ? item->value : nullptr;
-        orlix_free(item);
-      }
-      if (child == nullptr) continue;
-      if (!is_container(child)) orlix_free(child);
-      else if (!pending.push_back(child)) orlix_json_free(child);
-    }
-    // The children are gone already: the list only lets go of its slots.
-    iorlix_arraylist_forget(list);
-    iorlix_arraylist_unplace(list);
-    orlix_free(container);
-  }
-}
+void orlix_json_free(ORLIX_JSON *node) { orlix::json::release(node); }
 
 ORLIX_JSON *orlix_json_dup(const ORLIX_JSON *node) {
   if (node == nullptr) return nullptr;
@@ -329,32 +412,32 @@ ORLIX_JSON *orlix_json_dup(const ORLIX_JSON *node) {
   if (!copy || !pending.push_back(Pending{node, copy.get(), 0})) return nullptr;
   while (!pending.empty()) {
     Pending &p = pending.back();
-    if (p.next == member_count(p.from)) {
+    if (p.next == p.from->length) {
       pending.pop_back();
       continue;
     }
     const Pending at = p;
     ++p.next;
-    void *slot = orlix_arraylist_getitemref(at.from->value.list, at.next);
-    const ORLIX_JSON *child = static_cast<const ORLIX_JSON *>(slot);
-    const auto *item = static_cast<const ObjectItem *>(slot);
-    if (at.from->type == ORLIX_JSON_OBJECT) {
-      if (item == nullptr || item->name == nullptr || item->value == nullptr) return nullptr;
-      child = item->value;
-    }
+    const bool object = at.from->type == ORLIX_JSON_OBJECT;
+    const Member *item = object ? &orlix::json::members(at.from)[at.next] : nullptr;
+    const ORLIX_JSON *child = object ? item->value : orlix::json::elements(at.from)[at.next];
     if (child == nullptr) return nullptr;
     ORLIX_JSON *twin = is_container(child) ? new_container(child->type) : copy_scalar(child);
     if (twin == nullptr) return nullptr;
-    if (at.from->type == ORLIX_JSON_OBJECT) {
-      ObjectItem *member = orlix::json::new_item(item->name->value.string, item->name->length, twin);
-      if (member == nullptr || orlix_arraylist_pushback(at.to->value.list, member) != 1) {
-        if (member != nullptr) orlix::json::free_item(member);
-        else orlix_json_free(twin);
+    if (object) {
+      ORLIX_JSON *name = new_name(item->name->value.string, item->name->length);
+      if (name == nullptr || !make_room(at.to, sizeof(Member))) {
+        release_name(name);
+        orlix_json_free(twin);
         return nullptr;
       }
-    } else if (orlix_arraylist_pushback(at.to->value.list, twin) != 1) {
-      orlix_json_free(twin);
-      return nullptr;
+      orlix::json::members(at.to)[at.to->length++] = Member{name, twin};
+    } else {
+      if (!make_room(at.to, sizeof(ORLIX_JSON *))) {
+        orlix_json_free(twin);
+        return nullptr;
+      }
+      orlix::json::elements(at.to)[at.to->length++] = twin;
     }
     if (is_container(child) && !pending.push_back(Pending{child, twin, 0})) return nullptr;
   }
@@ -382,20 +465,19 @@ uint32_t orlix_json_getstringlength(const ORLIX_JSON *node) {
 }
 
 uint32_t orlix_json_getarraysize(const ORLIX_JSON *node) {
-  return is(node, ORLIX_JSON_ARRAY) ? orlix_arraylist_count(node->value.list) : 0xFFFFFFFFu;
+  return is(node, ORLIX_JSON_ARRAY) ? static_cast<uint32_t>(node->length) : 0xFFFFFFFFu;
 }
 
 ORLIX_JSON *orlix_json_getarrayitem(const ORLIX_JSON *node, uint32_t index) {
-  if (!is(node, ORLIX_JSON_ARRAY) || index > INT32_MAX) return nullptr;
-  return static_cast<ORLIX_JSON *>(
-      orlix_arraylist_getitemref(node->value.list, static_cast<int32_t>(index)));
+  if (!is(node, ORLIX_JSON_ARRAY) || index >= static_cast<uint32_t>(node->length)) return nullptr;
+  return orlix::json::elements(node)[index];
 }
 
 ORLIX_JSON *orlix_json_getobjectvalue(const ORLIX_JSON *node, const char *name, int length) {
   if (!name_args_ok(node, name, length)) return nullptr;
   // From the last member back: among duplicate names the last added wins.
   const int32_t i = find_member(node, name, length, true);
-  return i < 0 ? nullptr : item_at(node, i)->value;
+  return i < 0 ? nullptr : orlix::json::members(node)[i].value;
 }
 
 int orlix_json_addobjectitem(ORLIX_JSON *object, const char *name, uint32_t length,
@@ -408,15 +490,13 @@ int orlix_json_addobjectitem(ORLIX_JSON *object, const char *name, uint32_t leng
     return 0;
   ORLIX_JSON *copy = orlix_json_dup(value);
   if (copy == nullptr) return 0;
-  ObjectItem *item = orlix::json::new_item(name, n, copy);
-  if (item == nullptr) {
+  ORLIX_JSON *name_node = new_name(name, n);
+  if (name_node == nullptr || !make_room(object, sizeof(Member))) {
+    release_name(name_node);
     orlix_json_free(copy);
     return 0;
   }
-  if (orlix_arraylist_pushback(object->value.list, item) != 1) {
-    orlix::json::free_item(item);
-    return 0;
-  }
+  orlix::json::members(object)[object->length++] = Member{name_node, copy};
   return 1;
 }
 
@@ -427,9 +507,10 @@ int orlix_json_updateobjectitem(ORLIX_JSON *object, const char *name, int length
   if (i < 0) return orlix_json_addobjectitem(object, name, static_cast<uint32_t>(length), value);
   ORLIX_JSON *copy = orlix_json_dup(value);
   if (copy == nullptr) return 0;  // the old value stays
-  ObjectItem *item = item_at(object, i);
-  orlix_json_free(item->value);
-  item->value = copy;
+  orlix::json::touch(object);
+  Member &m = orlix::json::members(object)[i];
+  orlix_json_free(m.value);
+  m.value = copy;
   return 1;
 }
 
@@ -438,33 +519,45 @@ int orlix_json_deleteobjectitem(ORLIX_JSON *object, const char *name, int length
   // Delete and update take the first of duplicate names, lookup the last;
   // callers rely on this asymmetry.
   const int32_t i = find_member(object, name, length, false);
-  return i < 0 ? 0 : orlix_arraylist_delete(object->value.list, i);
+  if (i < 0) return 0;
+  Member *m = orlix::json::members(object);
+  orlix::json::touch(object);
+  release_name(m[i].name);
+  orlix_json_free(m[i].value);
+  std::memmove(m + i, m + i + 1, static_cast<size_t>(object->length - i - 1) * sizeof(Member));
+  --object->length;
+  return 1;
 }
 
 int orlix_json_addarrayitem(ORLIX_JSON *array, const ORLIX_JSON *value) {
   if (!is(array, ORLIX_JSON_ARRAY) || value == nullptr) return 0;
   ORLIX_JSON *copy = orlix_json_dup(value);
   if (copy == nullptr) return 0;
-  if (orlix_arraylist_pushback(array->value.list, copy) != 1) {
+  if (!make_room(array, sizeof(ORLIX_JSON *))) {
     orlix_json_free(copy);
     return 0;
   }
+  orlix::json::elements(array)[array->length++] = copy;
   return 1;
 }
 
 int orlix_json_deletearrayitem(ORLIX_JSON *array, int index) {
-  if (!is(array, ORLIX_JSON_ARRAY)) return 0;
-  return orlix_arraylist_delete(array->value.list, index);
+  if (!is(array, ORLIX_JSON_ARRAY) || index < 0 || index >= array->length) return 0;
+  ORLIX_JSON **e = orlix::json::elements(array);
+  orlix::json::touch(array);
+  orlix_json_free(e[index]);
+  std::memmove(e + index, e + index + 1,
+               static_cast<size_t>(array->length - index - 1) * sizeof(ORLIX_JSON *));
+  --array->length;
+  return 1;
 }
 
 int orlix_json_traverse(ORLIX_JSON *object, ORLIX_JSON_TraverseFunc callback, void *userdata) {
   if (!is(object, ORLIX_JSON_OBJECT) || callback == nullptr) return 0;
-  const int32_t n = member_count(object);
-  for (int32_t i = 0; i < n; ++i) {
-    const ObjectItem *item = item_at(object, i);
-    if (item == nullptr || item->name == nullptr || item->value == nullptr) return 0;
-    if (callback(userdata, item->name->value.string, static_cast<uint32_t>(item->name->length),
-                 item->value) != 1)
+  for (int32_t i = 0; i < object->length; ++i) {
+    const Member &m = orlix::json::members(object)[i];
+    if (callback(userdata, m.name->value.string, static_cast<uint32_t>(m.name->length), m.value) !=
+        1)
       return 0;
   }
   return 1;

@@ -1,6 +1,8 @@
-// The JSON decoder. It walks the text once with an explicit stack of open
-// containers (so deep nesting costs heap, not C stack) and builds each node in
-// place. Its grammar is deliberately exact: what it accepts and refuses is
+// The JSON decoder. It walks the text once, keeping the open containers
+// chained through the nodes themselves (so deep nesting costs no C stack)
+// and the finished entries of the open containers on one stack, and carves
+// every node out of an arena that the tree's root owns in the end. Its
+// grammar is deliberately exact: what it accepts and refuses is
 // part of the library's contract, quirks included. When it refuses a text it
 // notes why and where, for orlix_json_decodewitherror; orlix_json_decode
 // runs the same code and ignores the note.
@@ -11,14 +13,15 @@
 #include <cstring>
 
 #include "ORLIX_Util.h"
-#include "containers/ORLIX_ArrayList.hpp"
 #include "core/memory.hpp"
 #include "json/ORLIX_JSON.hpp"
+#include "json/ORLIX_JSON_Number.hpp"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
 using orlix::json::kModule;
-using orlix::json::ObjectItem;
+using orlix::json::Container;
+using orlix::json::kCarved;
 
 namespace {
 
@@ -124,22 +127,12 @@ int64_t first_invalid_utf8(const unsigned char *s, int64_t n) {
   return n;
 }
 
-struct Frame {
-  ORLIX_JSON *node;      // the open container
-  ObjectItem *pending;   // an object's member waiting for its value
-};
 
 class Decoder {
  public:
+  // Everything carved for a text that is refused goes with the arena.
   Decoder(const unsigned char *text, int64_t length)
-      : s_(text), n_(length), limit_(orlix_get_recursive_level()) {}
-  ~Decoder() {
-    assert(node_ == nullptr);  // a failed state never leaves a value in hand
-    for (int64_t k = 0; k < stack_.size(); ++k) {
-      orlix::json::free_item(stack_[k].pending);
-      orlix_json_free(stack_[k].node);
-    }
-  }
+      : s_(text), n_(length), limit_(orlix_get_recursive_level()), arena_(length, &i_) {}
   Decoder(const Decoder &) = delete;
   Decoder &operator=(const Decoder &) = delete;
 
@@ -165,6 +158,10 @@ class Decoder {
     if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
 #if defined(__SSE2__)
     // Indented text has long runs of blanks: skip them 16 bytes at a time.
+    if (orlix::json::g_form == orlix::json::Form::kPortable) {
+      while (i_ < n_ && is_ws(s_[i_])) ++i_;
+      return;
+    }
     const __m128i space = _mm_set1_epi8(' ');
     const __m128i tab = _mm_set1_epi8('\t');
     const __m128i lf = _mm_set1_epi8('\n');
@@ -197,8 +194,54 @@ class Decoder {
   State after_value();
   State member();
 
-  ORLIX_JSON *literal(const char *word, int64_t size, ORLIX_JSON *(*make)());
+  ORLIX_JSON *literal(const char *word, int64_t size, uint8_t type, int32_t boolean);
+  // A node from the arena (a Container for an object or array).
+  ORLIX_JSON *carve(uint8_t type, int64_t size = sizeof(ORLIX_JSON)) {
+    auto *node = static_cast<ORLIX_JSON *>(arena_.carve(size));
+    if (node == nullptr) return nullptr;
+    node->type = type;
+    node->flags = kCarved;
+    node->reserved = 0;
+    node->length = 0;
+    return node;
+  }
+  ORLIX_JSON *carve_string(const char *bytes, int32_t length);
+  bool close_container();
   ORLIX_JSON *number();
+  // The end of the run of digits from j. Adds their value to *m (times
+  // ten per digit) while *count, the digits taken so far, stays within 19;
+  // *count goes on counting past that.
+  int64_t digit_run(int64_t j, uint64_t *m, int64_t *count) const {
+    static constexpr uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
+    if (orlix::json::g_form != orlix::json::Form::kPortable) {
+      // Eight bytes a step: a byte is a digit when its high nibble is 3 and
+      // stays 3 with 6 added. A carry out of a byte of 0xFA or more only
+      // disturbs the bytes after it, and that byte is a non-digit already.
+      constexpr uint64_t kHighNibbles = 0xF0F0F0F0F0F0F0F0u;
+      constexpr uint64_t kZeros = 0x3030303030303030u;
+      while (j + 8 <= n_) {
+        uint64_t w;
+        std::memcpy(&w, s_ + j, 8);
+        const uint64_t t = (w & kHighNibbles) | ((w + 0x0606060606060606u) & kHighNibbles) >> 4;
+        const uint64_t other = t ^ 0x3333333333333333u;
+        const int run = other != 0 ? __builtin_ctzll(other) / 8 : 8;
+        if (run == 0) return j;
+        if (*count + run <= 19) {
+          // The run's digits moved to the top of the word, zeros before them.
+          if (run < 8) w = w << (8 * (8 - run)) | kZeros >> (8 * run);
+          *m = (run == 8 ? *m * 100000000u : *m * kPowers[run]) + orlix::json::eight_digits(w);
+        }
+        *count += run;
+        j += run;
+        if (run < 8) return j;
+      }
+    }
+    for (; j < n_ && is_digit(s_[j]); ++j) {
+      if (*count < 19) *m = *m * 10 + (s_[j] - '0');
+      ++*count;
+    }
+    return j;
+  }
   bool string(const char **bytes, int32_t *length);
   bool escaped_string(int64_t run_start, bool *high);
   bool attach(ORLIX_JSON *node);
@@ -213,22 +256,44 @@ class Decoder {
   uint32_t code_ = ORLIX_JSON_ERROR_NONE;
   int64_t at_ = 0;
   ORLIX_JSON *node_ = nullptr;  // a complete value on its way to its container
-  orlix::SmallBuffer<Frame, 32> stack_{kModule};
+  ORLIX_JSON *root_ = nullptr;  // the first container carved (the top value)
+  orlix::json::Arena arena_;
+  // The open containers, innermost first, chained through their entry
+  // pointers (which they do not need until they close): so any depth costs
+  // no memory beyond the tree.
+  ORLIX_JSON *open_ = nullptr;
+  int32_t depth_ = 0;
+  // The finished entries of the open containers, innermost last: elements,
+  // or a member's name and value one after the other.
+  orlix::SmallBuffer<ORLIX_JSON *, 256> entries_{kModule};
   orlix::SmallBuffer<char, 256> scratch_{kModule};
 };
 
-ORLIX_JSON *make_null() { return orlix_json_newnull(); }
-ORLIX_JSON *make_true() { return orlix_json_newboolean(1); }
-ORLIX_JSON *make_false() { return orlix_json_newboolean(0); }
-
-ORLIX_JSON *Decoder::literal(const char *word, int64_t size, ORLIX_JSON *(*make)()) {
+ORLIX_JSON *Decoder::literal(const char *word, int64_t size, uint8_t type, int32_t boolean) {
   if (n_ - i_ < size || std::memcmp(s_ + i_, word, static_cast<size_t>(size)) != 0) {
     fail(ORLIX_JSON_ERROR_LITERAL, i_);
     return nullptr;
   }
-  ORLIX_JSON *node = make();
-  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  ORLIX_JSON *node = carve(type);
+  if (node == nullptr) {
+    fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    return nullptr;
+  }
+  node->value.entries = nullptr;
+  node->value.boolean = boolean;
   i_ += size;
+  return node;
+}
+
+// A string node with its bytes right after it.
+ORLIX_JSON *Decoder::carve_string(const char *bytes, int32_t length) {
+  ORLIX_JSON *node = carve(ORLIX_JSON_STRING, int64_t{sizeof(ORLIX_JSON)} + length + 1);
+  if (node == nullptr) return nullptr;
+  char *text = reinterpret_cast<char *>(node + 1);
+  std::memcpy(text, bytes, static_cast<size_t>(length));
+  text[length] = '\0';
+  node->value.string = text;
+  node->length = length;
   return node;
 }
 
@@ -240,42 +305,65 @@ ORLIX_JSON *Decoder::number() {
     return nullptr;
   };
   int64_t j = i_;
-  if (s_[j] == '-') ++j;
+  const bool negative = s_[j] == '-';
+  if (negative) ++j;
   if (j == n_) return invalid();
+  // The significant digits as an integer m (while they fit), and q, the
+  // power of ten that scales it.
+  uint64_t m = 0;
+  int64_t digits = 0;
   if (s_[j] == '0') {
     ++j;
+    digits = 1;
   } else if (s_[j] >= '1' && s_[j] <= '9') {
-    while (j < n_ && is_digit(s_[j])) ++j;
+    j = digit_run(j, &m, &digits);
   } else {
     return invalid();
   }
+  int64_t q = 0;
   if (j < n_ && s_[j] == '.') {
     ++j;
     if (j == n_ || !is_digit(s_[j])) return invalid();
-    while (j < n_ && is_digit(s_[j])) ++j;
+    const int64_t start = j;
+    j = digit_run(j, &m, &digits);
+    q = start - j;
   }
+  bool small_exponent = true;
   if (j < n_ && (s_[j] == 'e' || s_[j] == 'E')) {
     ++j;
-    if (j < n_ && (s_[j] == '+' || s_[j] == '-')) ++j;
+    bool exp_negative = false;
+    if (j < n_ && (s_[j] == '+' || s_[j] == '-')) exp_negative = s_[j++] == '-';
     if (j == n_ || !is_digit(s_[j])) return invalid();
-    while (j < n_ && is_digit(s_[j])) ++j;
+    int64_t e = 0;
+    const int64_t start = j;
+    for (; j < n_ && is_digit(s_[j]); ++j)
+      if (j - start < 6) e = e * 10 + (s_[j] - '0');
+    small_exponent = j - start <= 6;
+    q += exp_negative ? -e : e;
   }
-  const char *first = reinterpret_cast<const char *>(s_ + i_);
-  const char *last = reinterpret_cast<const char *>(s_ + j);
-  // Locale-independent: the point is always '.', whatever LC_NUMERIC says.
   double value = 0;
-  if (std::from_chars(first, last, value).ec != std::errc{}) {
-    orlix::SmallBuffer<char, 64> text(kModule);
-    if (!text.resize(last - first + 1)) {
-      fail(ORLIX_JSON_ERROR_MEMORY, i_);
-      return nullptr;
+  if (digits > 19 || !small_exponent ||
+      !orlix::json::exact_decimal(m, static_cast<int32_t>(q), negative, &value)) {
+    const char *first = reinterpret_cast<const char *>(s_ + i_);
+    const char *last = reinterpret_cast<const char *>(s_ + j);
+    // Locale-independent: the point is always '.', whatever LC_NUMERIC says.
+    if (std::from_chars(first, last, value).ec != std::errc{}) {
+      orlix::SmallBuffer<char, 64> text(kModule);
+      if (!text.resize(last - first + 1)) {
+        fail(ORLIX_JSON_ERROR_MEMORY, i_);
+        return nullptr;
+      }
+      std::memcpy(text.data(), first, static_cast<size_t>(last - first));
+      text[last - first] = '\0';
+      value = strtod_c_locale(text.data());
     }
-    std::memcpy(text.data(), first, static_cast<size_t>(last - first));
-    text[last - first] = '\0';
-    value = strtod_c_locale(text.data());
   }
-  ORLIX_JSON *node = orlix_json_newnumber(value);
-  if (node == nullptr) fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  ORLIX_JSON *node = carve(ORLIX_JSON_NUMBER);
+  if (node == nullptr) {
+    fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    return nullptr;
+  }
+  node->value.number = value;
   i_ = j;
   return node;
 }
@@ -388,41 +476,61 @@ bool Decoder::escaped_string(int64_t run_start, bool *high) {
 
 // Hands a finished value to the innermost open container.
 bool Decoder::attach(ORLIX_JSON *node) {
-  assert(!stack_.empty());
-  Frame &f = stack_.back();
-  if (f.node->type == ORLIX_JSON_ARRAY) {
-    if (orlix_arraylist_pushback(f.node->value.list, node) == 1) return true;
-    orlix_json_free(node);
-    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
+  assert(open_ != nullptr);
+  if (orlix::json::is_container(node)) open_->flags &= static_cast<uint8_t>(~orlix::json::kCarvedLeaves);
+  return entries_.push_back(node) || fail(ORLIX_JSON_ERROR_MEMORY, i_);
+}
+
+// The innermost container is complete: its entries move from the entry
+// stack into a block carved to their exact size, and it becomes node_.
+bool Decoder::close_container() {
+  ORLIX_JSON *node = open_;
+  const int64_t base = reinterpret_cast<Container *>(node)->base;
+  open_ = static_cast<ORLIX_JSON *>(node->value.entries);
+  --depth_;
+  node->value.entries = nullptr;
+  reinterpret_cast<Container *>(node)->root = root_;
+  const int64_t words = entries_.size() - base;
+  if (words > 0) {
+    auto **entries =
+        static_cast<ORLIX_JSON **>(arena_.carve(words * static_cast<int64_t>(sizeof(ORLIX_JSON *))));
+    if (entries == nullptr) return fail(ORLIX_JSON_ERROR_MEMORY, i_);
+    ORLIX_JSON *const *from = entries_.data() + base;
+    if (words <= 4) {
+      for (int64_t k = 0; k < words; ++k) entries[k] = from[k];
+    } else {
+      std::memcpy(entries, from, static_cast<size_t>(words) * sizeof(ORLIX_JSON *));
+    }
+    node->value.entries = entries;
   }
-  assert(f.pending != nullptr);
-  f.pending->value = node;
-  if (orlix_arraylist_pushback(f.node->value.list, f.pending) != 1)
-    return fail(ORLIX_JSON_ERROR_MEMORY, i_);
-  f.pending = nullptr;
+  // An object's entries are name, value pairs: exactly the layout of Member.
+  const int64_t count = node->type == ORLIX_JSON_OBJECT ? words / 2 : words;
+  node->length = static_cast<int32_t>(count);
+  entries_.resize(base);
+  node_ = node;
   return true;
 }
 
-// A value starts at i_, at nesting level stack_.size().
+// A value starts at i_, at nesting level depth_.
 Decoder::State Decoder::value() {
   if (i_ >= n_) return ended();
-  if (stack_.size() >= limit_) return refuse(ORLIX_JSON_ERROR_NESTING);
+  if (depth_ >= limit_) return refuse(ORLIX_JSON_ERROR_NESTING);
   switch (s_[i_]) {
     case '"': {
       const int64_t at = i_;
       const char *bytes;
       int32_t length;
       if (!string(&bytes, &length)) return State::kFailed;
-      node_ = orlix::json::new_string_unchecked(bytes, length);
+      node_ = carve_string(bytes, length);
       if (node_ == nullptr) {
         fail(ORLIX_JSON_ERROR_MEMORY, at);
         return State::kFailed;
       }
       return State::kAfterValue;
     }
-    case 'n': node_ = literal("null", 4, make_null); break;
-    case 't': node_ = literal("true", 4, make_true); break;
-    case 'f': node_ = literal("false", 5, make_false); break;
+    case 'n': node_ = literal("null", 4, ORLIX_JSON_NULL, 0); break;
+    case 't': node_ = literal("true", 4, ORLIX_JSON_BOOLEAN, 1); break;
+    case 'f': node_ = literal("false", 5, ORLIX_JSON_BOOLEAN, 0); break;
     case '-':
     case '0': case '1': case '2': case '3': case '4':
     case '5': case '6': case '7': case '8': case '9': node_ = number(); break;
@@ -438,21 +546,23 @@ Decoder::State Decoder::open_container() {
   if (i_ == n_) return ended();
   if (s_[i_] != '[' && s_[i_] != '{') return refuse(ORLIX_JSON_ERROR_CHARACTER);
   const bool object = s_[i_] == '{';
-  ORLIX_JSON *container = object ? orlix_json_newobject() : orlix_json_newarray();
+  ORLIX_JSON *container = carve(object ? ORLIX_JSON_OBJECT : ORLIX_JSON_ARRAY, sizeof(Container));
   if (container == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
-  if (!stack_.push_back(Frame{container, nullptr})) {
-    orlix_json_free(container);
-    return refuse(ORLIX_JSON_ERROR_MEMORY);
-  }
+  if (root_ == nullptr) root_ = container;
+  // Until it closes it has no entries of its own (which counts as carved
+  // ones), and none that are containers.
+  container->flags |= orlix::json::kEntriesCarved | orlix::json::kCarvedLeaves;
+  container->value.entries = open_;
+  reinterpret_cast<Container *>(container)->base = entries_.size();
+  open_ = container;
+  ++depth_;
   ++i_;
   skip_ws();
   if (i_ == n_) return ended();
   if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    node_ = container;
-    stack_.pop_back();
-    return State::kAfterValue;
+    return close_container() ? State::kAfterValue : State::kFailed;
   }
   return object ? State::kMember : State::kValue;  // the first member or element
 }
@@ -460,11 +570,11 @@ Decoder::State Decoder::open_container() {
 // node_ is complete: attach it and read what follows, closing one container
 // when the text closes it.
 Decoder::State Decoder::after_value() {
-  if (stack_.empty()) return State::kDone;
+  if (open_ == nullptr) return State::kDone;
   ORLIX_JSON *node = node_;
   node_ = nullptr;
   if (!attach(node)) return State::kFailed;
-  const bool object = stack_.back().node->type == ORLIX_JSON_OBJECT;
+  const bool object = open_->type == ORLIX_JSON_OBJECT;
   if (i_ == n_) return ended();
   if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
   skip_ws();
@@ -472,9 +582,7 @@ Decoder::State Decoder::after_value() {
   if (s_[i_] == (object ? '}' : ']')) {
     ++i_;
     skip_ws();
-    node_ = stack_.back().node;
-    stack_.pop_back();
-    return State::kAfterValue;
+    return close_container() ? State::kAfterValue : State::kFailed;
   }
   if (s_[i_] != ',') return refuse(ORLIX_JSON_ERROR_CHARACTER);
   ++i_;
@@ -485,8 +593,7 @@ Decoder::State Decoder::after_value() {
 
 // A member name, a colon, then its value at the next level.
 Decoder::State Decoder::member() {
-  assert(!stack_.empty() && stack_.back().node->type == ORLIX_JSON_OBJECT &&
-         stack_.back().pending == nullptr);
+  assert(open_ != nullptr && open_->type == ORLIX_JSON_OBJECT);
   const char *name;
   int32_t length;
   const int64_t at = i_;
@@ -499,8 +606,8 @@ Decoder::State Decoder::member() {
     }
     return State::kFailed;
   }
-  stack_.back().pending = orlix::json::new_item(name, length, nullptr);
-  if (stack_.back().pending == nullptr) return refuse(ORLIX_JSON_ERROR_MEMORY);
+  ORLIX_JSON *name_node = carve_string(name, length);
+  if (name_node == nullptr || !entries_.push_back(name_node)) return refuse(ORLIX_JSON_ERROR_MEMORY);
   if (i_ == n_) return ended();
   if (bad_byte_after_token()) return refuse(ORLIX_JSON_ERROR_CHARACTER);
   skip_ws();
@@ -527,6 +634,7 @@ ORLIX_JSON *Decoder::run(int64_t *consumed) {
   *consumed = i_;
   ORLIX_JSON *tree = node_;
   node_ = nullptr;
+  arena_.adopt(tree);  // the first node carved: the tree now owns the arena
   return tree;
 }
 

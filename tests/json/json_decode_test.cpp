@@ -1,9 +1,11 @@
 // The JSON decoder: its exact grammar (what it refuses and accepts on
-// purpose), the nesting limit read at load time, deep trees, and
-// independence from the process locale.
+// purpose), the nesting limit read at load time, deep trees, numbers read
+// exactly as strtod reads them, and independence from the process locale.
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -307,6 +309,69 @@ TEST(json_decode, NumbersIgnoreTheProcessLocale) {
   EXPECT_EQ(out.lines[0], ",") << "the child did not run with a comma as its decimal point";
   for (size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(out.lines[i + 2], expected[i]) << texts[i];
   if (!locpath.empty()) (void)std::system(("rm -rf " + locpath).c_str());
+}
+
+// Number texts must read as the C library's strtod reads them, bit for bit.
+// The draws crowd what the decoder converts itself: up to 20 significant
+// digits around a point anywhere, exponents that bring the value to 1e-27
+// and 1e+19 of the digits, integers near 2^53 and 2^64 (where rounding
+// ties), map coordinates with 15 to 17 decimals; the other texts (more
+// digits, larger exponents) take the general conversion.
+TEST(json_decode, NumbersReadAsStrtodReadsThem) {
+  locale_t c_locale = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+  ASSERT_NE(c_locale, nullptr);
+  uint64_t x = 0x9E3779B97F4A7C15u;
+  const auto next = [&] {
+    x ^= x << 13;
+    x ^= x >> 7;
+    x ^= x << 17;
+    return x;
+  };
+  const auto digits = [&](int n) {
+    std::string d(1, static_cast<char>('1' + next() % 9));
+    while (static_cast<int>(d.size()) < n) d += static_cast<char>('0' + next() % 10);
+    return d;
+  };
+  std::vector<std::string> texts = {"9007199254740993", "9007199254740995", "18446744073709551615",
+                                    "18446744073709551616", "9223372036854775807", "0.5", "2.5e-1",
+                                    "4503599627370496.5", "4503599627370497.5", "0.1", "1e-27",
+                                    "9999999999999999999e-27", "1e19", "-0.0", "0e5", "123456789012345678e-5"};
+  for (int i = 0; i < 1000000; ++i) {
+    std::string t = (next() & 1) ? "-" : "";
+    switch (i % 4) {
+      case 0: {  // any digits, point anywhere, any small exponent
+        const std::string d = digits(1 + static_cast<int>(next() % 20));
+        const size_t point = next() % (d.size() + 1);
+        t += point == 0 ? "0" : d.substr(0, point);
+        if (point < d.size()) t += "." + d.substr(point);
+        if (next() & 1) t += "e" + std::to_string(static_cast<int>(next() % 50) - 30);
+        break;
+      }
+      case 1:  // coordinates
+        t += std::to_string(next() % 180) + "." + digits(13 + static_cast<int>(next() % 3));
+        break;
+      case 2: {  // integers near 2^53 and 2^64
+        const uint64_t base = (next() & 1) ? (uint64_t{1} << 53) : ~uint64_t{0} - 4096;
+        t += std::to_string(base + next() % 8192 - ((next() & 1) ? 4096 : 0));
+        break;
+      }
+      default:  // many digits and far exponents: the general conversion
+        t += digits(1 + static_cast<int>(next() % 30)) + "e" +
+             std::to_string(static_cast<int>(next() % 700) - 350);
+        break;
+    }
+    texts.push_back(t);
+  }
+  int mismatches = 0;
+  for (const std::string &t : texts) {
+    Tree tree = DecodeText(t);
+    ASSERT_NE(tree, nullptr) << t;
+    const double ours = orlix_json_getnumber(tree.get());
+    const double theirs = strtod_l(t.c_str(), nullptr, c_locale);
+    if (std::memcmp(&ours, &theirs, sizeof ours) != 0 && ++mismatches <= 10)
+      ADD_FAILURE() << t << ": " << ours << " against " << theirs;
+  }
+  freelocale(c_locale);
 }
 
 }  // namespace

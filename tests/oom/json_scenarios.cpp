@@ -172,3 +172,30 @@ ORLIX_OOM_SCENARIO(json, BuildAndMutate) {
             ORLIX_JSON_NUMBER);
   return true;
 }
+
+// The mutators on containers inside a decoded tree, whose nodes share the
+// decoder's blocks: what they add has blocks of its own, and releasing the
+// tree must find and release exactly those.
+ORLIX_OOM_SCENARIO(json, MutateDecoded) {
+  Tree tree = BuildPaused(BigDocument());
+  if (!tree) return false;
+  Tree value = BuildPaused("{\"v\":[1,\"two\"]}");
+  if (!value) return false;
+  ORLIX_JSON *list = orlix_json_getobjectvalue(tree.get(), "list", 4);
+  ORLIX_JSON *deep = orlix_json_getobjectvalue(tree.get(), "deep", 4);
+  ORLIX_JSON *inner = orlix_json_getarrayitem(list, 80);  // the empty object
+  if (list == nullptr || deep == nullptr || inner == nullptr) return false;
+  for (int i = 0; i < 3; ++i) {
+    if (orlix_json_addarrayitem(list, value.get()) != 1) return false;
+    if (orlix_json_addarrayitem(deep, value.get()) != 1) return false;
+    if (orlix_json_addobjectitem(inner, "k", 1, value.get()) != 1) return false;
+    if (orlix_json_updateobjectitem(tree.get(), "m5", 2, value.get()) != 1) return false;
+    if (orlix_json_updateobjectitem(inner, "k", 1, list) != 1) return false;
+  }
+  EXPECT_EQ(orlix_json_deletearrayitem(list, 81), 1);
+  EXPECT_EQ(orlix_json_deleteobjectitem(tree.get(), "m6", 2), 1);
+  EXPECT_EQ(orlix_json_getarraysize(list), 83u);
+  EXPECT_EQ(orlix_json_getarraysize(deep), 4u);
+  EXPECT_EQ(orlix_json_gettype(orlix_json_getobjectvalue(tree.get(), "m5", 2)), ORLIX_JSON_OBJECT);
+  return true;
+}
