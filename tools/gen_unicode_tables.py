@@ -402,16 +402,60 @@ class Tables:
             return 2 if (cp - S_BASE) % T_COUNT == 0 else 3
         return 1 if cp < 0x10000 else 2
 
+    def full_decomposition(self, cp, compatibility):
+        """The code points of the full decomposition of cp, in the order the
+        one-level tables give them: canonical, then compatibility, then the
+        Hangul arithmetic, applied again to everything they produce."""
+        canonical = self._canonical_map
+        compat = self._compat_map
+        if cp in canonical:
+            return [c for m in canonical[cp] for c in self.full_decomposition(m, compatibility)]
+        if compatibility and cp in compat:
+            return [c for m in compat[cp] for c in self.full_decomposition(m, compatibility)]
+        if S_BASE <= cp < S_BASE + S_COUNT:
+            s = cp - S_BASE
+            out = [L_BASE + s // N_COUNT, V_BASE + s % N_COUNT // T_COUNT]
+            return out + ([T_BASE + s % T_COUNT] if s % T_COUNT else [])
+        return [cp]
+
+    def full_decomposition_pool(self):
+        """The full decompositions of every code point with a row, canonical
+        and compatibility, as one pool: at each offset the count, then the
+        code points. Offset 0 holds nothing (it means no decomposition), and
+        equal sequences share one place. Returns the pool and, per code
+        point, the offsets of its canonical and compatibility decompositions
+        (0 for a form in which it has none)."""
+        self._canonical_map = dict(self.canonical)
+        self._compat_map = dict(self.compatibility)
+        pool, where, offsets = [0], {}, {}
+
+        def place(seq):
+            key = tuple(seq)
+            if key not in where:
+                where[key] = len(pool)
+                pool.append(len(seq))
+                pool.extend(seq)
+            return where[key]
+
+        for cp in sorted(set(self._canonical_map) | set(self._compat_map)):
+            canonical = place(self.full_decomposition(cp, False)) if cp in self._canonical_map else 0
+            offsets[cp] = (canonical, place(self.full_decomposition(cp, True)))
+        if len(pool) > 0xFFFF:
+            raise DataError("the full decomposition pool outgrows 16-bit offsets")
+        return pool, offsets
+
     def properties(self):
         """One record per code point: (bits, decomposition, folding,
-        composition, canonical length, compatibility length). Indices are
+        composition, canonical length, compatibility length, canonical and
+        compatibility pool offsets). Indices are
         row index + 1, 0 meaning no row: decomposition in the canonical or
         the compatibility table (the bits say which), folding in the full
         folding table or, for code points without a row there, in the
         closure table, composition the first row whose first code point is
         this one. Lengths count UTF-16 units and are 0 when the code point
         is its own decomposition or is a Hangul syllable (the normalizer
-        computes those)."""
+        computes those). The pool offsets locate the full decompositions in
+        full_decomposition_pool(), 0 meaning none in that form."""
         self._canonical_map = dict(self.canonical)
         self._compat_map = dict(self.compatibility)
         n = MAX_CODE_POINT + 1
@@ -437,7 +481,7 @@ class Tables:
         extra = {}
 
         def record(cp):
-            return extra.setdefault(cp, [0, 0, 0, 0, 0])
+            return extra.setdefault(cp, [0, 0, 0, 0, 0, 0, 0])
 
         for i, (cp, _) in enumerate(self.canonical):
             bits[cp] |= BITS["canonical"]
@@ -458,11 +502,13 @@ class Tables:
             r = record(first)
             if r[2] == 0:
                 r[2] = i + 1
+        pool, offsets = self.full_decomposition_pool()
         for cp in set(self._canonical_map) | set(self._compat_map):
             r = record(cp)
             if cp in self._canonical_map:
                 r[3] = self.full_length(cp, False)
             r[4] = self.full_length(cp, True)
+            r[5], r[6] = offsets[cp]
         for r in extra.values():
             if max(r) > 0xFFFF or r[3] > 0xFF or r[4] > 0xFF:
                 raise DataError("a trie record field overflows")
@@ -471,7 +517,7 @@ class Tables:
         value_list = []
         index = [0] * n
         for cp in range(n):
-            key = (bits[cp],) + tuple(extra.get(cp, (0, 0, 0, 0, 0)))
+            key = (bits[cp],) + tuple(extra.get(cp, (0, 0, 0, 0, 0, 0, 0)))
             v = values.get(key)
             if v is None:
                 v = values[key] = len(value_list)
@@ -625,6 +671,12 @@ def generate(t):
                    [f"{{{fmt_cp(cp)}, {{{padded(m, 4)}}}, {len(m)}}}" for cp, m in table], 2)
 
     values, stage1, blocks = t.properties()
+    pool, _ = t.full_decomposition_pool()
+    write_rows(out, f"const uint32_t g_FullDecomposition_Pool[{len(pool)}]",
+               [fmt_cp(c) for c in pool], 10)
+    excluded = set(t.exclusion)
+    write_rows(out, "const uint32_t g_PrimaryComposite_Table[kCanonicalCompositionRows]",
+               [fmt_cp(0 if c in excluded else c) for _, _, c in t.composition], 10)
     qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks)
     write_rows(out, f"const uint8_t g_NormalizationStage1[{len(qc_stage1)}]",
                [str(b) for b in qc_stage1], 16)
@@ -640,7 +692,7 @@ def generate(t):
     write_rows(out, f"const uint16_t g_PropertyStage2[{len(flat)}]", [str(v) for v in flat], 16)
 
     out.append("}  // namespace orlix::unicode")
-    size = (len(values) * 12 + len(stage1) * 2 + len(flat) * 2 + len(qc_stage1)
+    size = (len(values) * 16 + len(stage1) * 2 + len(flat) * 2 + len(qc_stage1)
             + len(qc_flat) * 2)
     return "\n".join(out) + "\n", size
 

@@ -77,10 +77,13 @@ inline bool may_compose(uint32_t cp, uint32_t bits) {
 // finish. Output goes to a buffer whose room the caller reserves ahead (see
 // normalize_units); every step returns false only when memory runs out.
 //
-// Decomposition applies the one-level rows again to every code point they
-// produce. Marks wait in a run until the next starter (or the end), which is
-// then put in canonical order - sortByCombiningClass one run at a time. For
-// NFC and NFKC every character leaving the run goes on to composition.
+// A code point with a decomposition is replaced by its full decomposition,
+// taken from the pool. Marks wait in a run until the next starter (or the
+// end), which is then put in canonical order - sortByCombiningClass one run
+// at a time. For NFC and NFKC every character leaving the run goes on to
+// composition, which works on the output itself: the last starter stays
+// where it was written, and a character that combines with it rewrites it
+// in place.
 class Normalizer {
  public:
   Normalizer(int32_t form, ORLIX_UString_Buffer *out)
@@ -92,13 +95,13 @@ class Normalizer {
         run_(kModule),
         window_(kModule) {}
 
-  // Code points held back: the run and the composition window.
-  int64_t pending() const { return run_.size() + window_.size(); }
+  // Code points held back: the marks waiting for their run to be ordered.
+  int64_t pending() const { return run_.size(); }
 
-  // True when nothing is held back and no starter waits to compose: an
-  // inert character pushed now would be written out at once and leave
-  // this state as it is.
-  bool settled() const { return run_.empty() && window_.empty() && !live_; }
+  // True when no mark waits and no starter may still compose: an inert
+  // character pushed now would be written out at once and leave this state
+  // as it is.
+  bool settled() const { return run_.empty() && !live_; }
 
   // True for a character that a settled normalizer writes out untouched:
   // class 0, no decomposition in this form, and (when composing) no
@@ -110,20 +113,24 @@ class Normalizer {
            (!compose_ || (cp - hangul::LBase >= hangul::LCount && !hangul::is_lv(cp)));
   }
 
-  bool push(uint32_t cp) {
-    const uint32_t bits = normalization_bits(cp);
+  // `bits` are the normalization bits of cp.
+  bool push(uint32_t cp, uint32_t bits) {
     if (!(bits & decomposes_)) return feed(cp, bits);
+    return decompose(cp);
+  }
+
+  bool finish() { return run_.empty() || sort_run(); }
+
+ private:
+  bool put(uint32_t cp) { return buffer_put(out_, cp); }
+
+  [[gnu::noinline]] bool decompose(uint32_t cp) {
     const unicode::Properties &p = properties(cp);
-    if (p.bits & unicode::kCanonical) {
-      const auto &row = g_CanonicalDecomposition_Table[p.decomposition - 1];
-      for (uint32_t i = 0; i < row.count; ++i)
-        if (!push(row.mapping[i])) return false;
-      return true;
-    }
-    if (compatibility_ && (p.bits & unicode::kCompatibility)) {
-      const auto &row = g_CompatibilityDecomposition_Table[p.decomposition - 1];
-      for (uint32_t i = 0; i < row.count; ++i)
-        if (!push(g_CompatibilityMapping_Pool[row.offset + i])) return false;
+    const uint32_t at = compatibility_ ? p.compatibility_full : p.canonical_full;
+    if (at != 0) {
+      const uint32_t *d = &unicode::g_FullDecomposition_Pool[at];
+      for (uint32_t i = 1; i <= d[0]; ++i)
+        if (!feed(d[i], normalization_bits(d[i]))) return false;
       return true;
     }
     // The one decomposition without rows: a Hangul syllable.
@@ -132,14 +139,6 @@ class Normalizer {
     if (!feed(hangul::VBase + s % hangul::NCount / hangul::TCount, 0)) return false;
     return s % hangul::TCount == 0 || feed(hangul::TBase + s % hangul::TCount, 0);
   }
-
-  bool finish() {
-    if (!run_.empty() && !sort_run()) return false;
-    return flush();
-  }
-
- private:
-  bool put(uint32_t cp) { return buffer_put(out_, cp); }
 
   // `bits` are the normalization bits of cp (0 for the jamo of a
   // syllable: class 0, no pair rows).
@@ -153,7 +152,7 @@ class Normalizer {
     return compose_ ? offer(cp, bits) : put(cp);
   }
 
-  bool sort_run() {
+  [[gnu::noinline]] bool sort_run() {
     bool ok = true;
     if (run_.size() == 1) {
       const auto cp = static_cast<uint32_t>(run_[0].code_point);
@@ -170,75 +169,91 @@ class Normalizer {
   }
 
   // Canonical composition, one character at a time. The starter is the last
-  // character of class 0; while it may still combine, the window holds it
-  // and the characters after it that did not combine (else they are written
-  // at once). `last_` is the class of the last of those, 0 right after the
-  // starter and after every composition. A character is offered to the
-  // starter when nothing blocks it: last_ = 0 or its class is above last_.
+  // character of class 0; while it may still combine (live_), starter_at_
+  // is where it stands in the output, and the characters written after it
+  // are those that did not combine with it. `last_` is the class of the
+  // last of those, 0 right after the starter and after every composition.
+  // A character is offered to the starter when nothing blocks it: last_ = 0
+  // or its class is above last_.
   bool offer(uint32_t cp, uint32_t bits) {
     const uint32_t cc = bits & kCombiningClassMask;
-    if (!has_starter_) {
-      if (cc != 0) return put(cp);  // nothing before the first starter combines
-      return start(cp, bits);
+    if (live_ && (last_ == 0 || cc > last_) && (!pair_only_ || (bits & unicode::kSecond))) {
+      if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits))
+        return combine(composite);
     }
-    if (live_ && (last_ == 0 || cc > last_)) {
-      if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits)) {
-        become(composite);
-        return rewalk();
-      }
-    }
-    if (cc == 0) return flush() && start(cp, bits);
+    if (cc == 0) return start(cp, bits);
     last_ = cc;
-    return live_ ? window_.push_back(cp) : put(cp);
+    return put(cp);
   }
 
   bool start(uint32_t cp, uint32_t bits) {
-    has_starter_ = true;
-    last_ = 0;
-    starter_ = cp;
-    starter_bits_ = bits;
     live_ = may_compose(cp, bits);
-    return live_ ? window_.push_back(cp) : put(cp);
+    if (live_) {
+      starter_at_ = out_->length;
+      starter_ = cp;
+      starter_bits_ = bits;
+      pair_only_ = (bits & unicode::kFirst) != 0;
+      last_ = 0;
+    }
+    return put(cp);
   }
 
   void become(uint32_t composite) {
     starter_ = composite;
-    window_[0] = composite;
     starter_bits_ = normalization_bits(composite);
+    pair_only_ = (starter_bits_ & unicode::kFirst) != 0;
     live_ = may_compose(composite, starter_bits_);
   }
 
-  // After a composition the walk goes on right after the new starter: the
-  // characters that did not combine with the old one are offered again. A
-  // starter that can combine no more leaves the window.
-  bool rewalk() {
+  // The starter combined with a character that was not written: the
+  // composite takes the starter's place. When characters that did not
+  // combine stand after it, the walk goes on right after the new starter:
+  // they are offered to it again.
+  bool combine(uint32_t composite) {
+    const int64_t tail_at = starter_at_ + (starter_ < 0x10000 ? 1 : 2);
     last_ = 0;
-    int64_t j = 1;
+    if (tail_at == out_->length) {
+      become(composite);
+      out_->length = out_->pos = starter_at_ + put_units(out_->data + starter_at_, composite);
+      return true;
+    }
+    return rewalk(composite, tail_at);
+  }
+
+  [[gnu::noinline]] bool rewalk(uint32_t composite, int64_t tail_at) {
+    window_.clear();
+    const uint16_t *d = out_->data;
+    for (int64_t i = tail_at; i < out_->length;) {
+      int width = 1;
+      if (!window_.push_back(code_point_at(d, out_->length, i, &width))) return false;
+      i += width;
+    }
+    const int64_t written = window_.size();
+    become(composite);
+    int64_t j = 0;
     while (j < window_.size()) {
       const uint32_t cp = window_[j];
       const uint32_t bits = normalization_bits(cp);
       const uint32_t cc = bits & kCombiningClassMask;
       if (live_ && (last_ == 0 || cc > last_)) {
-        if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits)) {
-          become(composite);
+        if (const uint32_t c = compose_pair(starter_, starter_bits_, cp, bits)) {
+          become(c);
           std::memmove(&window_[j], &window_[j] + 1,
                        static_cast<size_t>(window_.size() - j - 1) * sizeof(uint32_t));
           window_.pop_back();
           last_ = 0;
-          j = 1;
+          j = 0;
           continue;
         }
       }
       last_ = cc;
       ++j;
     }
-    return live_ || flush();
-  }
-
-  bool flush() {
-    for (int64_t i = 0; i < window_.size(); ++i)
-      if (!put(window_[i])) return false;
-    window_.clear();
+    uint16_t *out = out_->data + starter_at_;
+    out += put_units(out, starter_);
+    for (int64_t k = 0; k < window_.size(); ++k) out += put_units(out, window_[k]);
+    out_->length = out_->pos = out - out_->data;
+    out_->charcount -= written - window_.size();
     return true;
   }
 
@@ -249,9 +264,10 @@ class Normalizer {
   ORLIX_UString_Buffer *out_;
   SmallBuffer<CombiningClassEntry, 32> run_;
   uint32_t first_mark_bits_ = 0;
-  SmallBuffer<uint32_t, 32> window_;
-  bool has_starter_ = false;
+  SmallBuffer<uint32_t, 32> window_;  // the characters after a starter, while they are offered again
   bool live_ = false;
+  bool pair_only_ = false;  // the starter composes by pair rows only (not by Hangul arithmetic)
+  int64_t starter_at_ = 0;
   uint32_t starter_ = 0;
   uint32_t starter_bits_ = 0;
   uint32_t last_ = 0;
@@ -400,12 +416,14 @@ void CombiningClass_Buffer_sort(CombiningClassEntry *run, int64_t n) {
 uint32_t compose_pair(uint32_t s, uint32_t s_bits, uint32_t c, uint32_t c_bits) {
   if (c < unicode::kFirstCompositionSecond) return 0;
   if ((s_bits & unicode::kFirst) && (c_bits & unicode::kSecond)) {
+    // The rows of one first code point are sorted by the second.
     for (int64_t i = properties(s).composition - 1;
          i < unicode::kCanonicalCompositionRows && g_CanonicalComposition_Table[i].first == s;
          ++i) {
-      if (g_CanonicalComposition_Table[i].second != c) continue;
-      const uint32_t composite = g_CanonicalComposition_Table[i].composite;
-      return (property_bits(composite) & unicode::kCompositionExcluded) ? 0 : composite;
+      const uint32_t second = g_CanonicalComposition_Table[i].second;
+      if (second < c) continue;
+      if (second == c) return unicode::g_PrimaryComposite_Table[i];  // 0 when excluded
+      break;
     }
   }
   using namespace hangul;
@@ -485,29 +503,48 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
   if (!b) return nullptr;
   Normalizer normalizer(form, b.get());
   for (int64_t i = 0; i < n;) {
-    if (b->capacity - b->length < unicode::kMaxDecompositionUnits + 4 + 2 * normalizer.pending() &&
-        !reserve_rest(b.get(), units, i, n, normalizer.pending(), compatibility))
-      return nullptr;
+    uint32_t cp = units[i];
     int width = 1;
-    const uint32_t cp = code_point_at(units, n, i, &width);
-    if (is_surrogate(cp) || !normalizer.push(cp)) return nullptr;  // unpaired, or no memory
-    i += width;
+    if (is_surrogate(cp)) {
+      cp = code_point_at(units, n, i, &width);
+      if (is_surrogate(cp)) return nullptr;  // unpaired
+    }
+    uint32_t bits = normalization_bits(cp);
     // Inert characters (text in most scripts is made of little else) are
     // copied as they are while nothing is held back, as far as the buffer
     // has room.
-    if (i < n && normalizer.settled()) {
+    if (normalizer.settled() && normalizer.inert(cp, bits)) {
       uint16_t *out = b->data;
       int64_t length = b->length;
       const int64_t room_end = b->capacity - 4;
-      while (i < n && length < room_end) {
-        const uint16_t u = units[i];
-        if (is_surrogate(u) || !normalizer.inert(u, normalization_bits(u))) break;
-        out[length++] = u;
-        ++i;
+      const int64_t first = length;
+      int64_t surrogates = 0;
+      // Leaves on the first character that is not inert, or that finds no
+      // room: the way below takes it.
+      while (length < room_end) {
+        out[length] = units[i];
+        if (width == 2) out[length + 1] = units[i + 1], ++surrogates;
+        length += width;
+        i += width;
+        if (i >= n) break;
+        cp = units[i];
+        width = 1;
+        if (is_surrogate(cp)) {
+          cp = code_point_at(units, n, i, &width);
+          if (is_surrogate(cp)) return nullptr;  // unpaired
+        }
+        bits = normalization_bits(cp);
+        if (!normalizer.inert(cp, bits)) break;
       }
-      b->charcount += length - b->length;
+      b->charcount += length - first - surrogates;
       b->length = b->pos = length;
+      if (i >= n) break;
     }
+    if (b->capacity - b->length < unicode::kMaxDecompositionUnits + 4 + 2 * normalizer.pending() &&
+        !reserve_rest(b.get(), units, i, n, normalizer.pending(), compatibility))
+      return nullptr;
+    if (!normalizer.push(cp, bits)) return nullptr;  // no memory
+    i += width;
   }
   if (!normalizer.finish()) return nullptr;
   return detach(std::move(b));

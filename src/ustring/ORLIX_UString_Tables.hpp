@@ -120,7 +120,19 @@ struct Properties {
   uint16_t composition;          // first composition row with this first code point
   uint8_t canonical_length;      // units of the full canonical decomposition
   uint8_t compatibility_length;  // units of the full compatibility decomposition
+  // Offsets in g_FullDecomposition_Pool of the full decompositions (0: none
+  // in that form; Hangul syllables have none there either).
+  uint16_t canonical_full;
+  uint16_t compatibility_full;
 };
+
+// The full decompositions: at each offset a count, then that many code
+// points, already decomposed as far as they go and not yet ordered.
+extern const uint32_t g_FullDecomposition_Pool[];
+
+// Parallel to g_CanonicalComposition_Table: each row's composite, or 0 when
+// the composite is excluded from composition.
+extern const uint32_t g_PrimaryComposite_Table[kCanonicalCompositionRows];
 
 inline constexpr int kPropertyBlockShift = 7;
 // Below this code point every code point passes every quick check and
