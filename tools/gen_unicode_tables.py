@@ -114,6 +114,9 @@ QC_BLOCK_SHIFT = 7
 QC_MASK = 0x3FFF  # the combining class and the six quick-check bits
 
 
+NORMALIZATION_FIRST = 1 << 14
+
+
 def normalization_bits(bits):
     """The 16 bits the normalizer's hot loops read: the combining class and
     the quick-check bits as they are, then the composition first and second
@@ -558,10 +561,48 @@ class Tables:
         return min(r[1] for r in self.composition)
 
 
+# The composition hash: open addressing over 2^COMPOSITION_HASH_BITS slots,
+# the slot of a pair being the top bits of (first << 21 | second) times
+# COMPOSITION_HASH_MULTIPLIER, probed upwards. The generator places every
+# pair and checks that none is further than COMPOSITION_HASH_MAX_PROBES
+# slots from its own.
+COMPOSITION_HASH_BITS = 12
+COMPOSITION_HASH_MULTIPLIER = 0x5678E4727FD3D577
+COMPOSITION_HASH_MAX_PROBES = 3
+
+
+def composition_hash(pairs):
+    """Slots of (first << 21 | second) << 21 | composite, 0 for an empty
+    slot, holding every pair of the composition table whose composite is
+    not excluded."""
+    size = 1 << COMPOSITION_HASH_BITS
+    slots = [0] * size
+    longest = 0
+    for first, second, composite in pairs:
+        key = first << 21 | second
+        h = ((key * COMPOSITION_HASH_MULTIPLIER) & 0xFFFFFFFFFFFFFFFF) >> (64 - COMPOSITION_HASH_BITS)
+        probes = 1
+        while slots[h] != 0:
+            h = (h + 1) & (size - 1)
+            probes += 1
+        slots[h] = key << 21 | composite
+        longest = max(longest, probes)
+    if longest > COMPOSITION_HASH_MAX_PROBES:
+        raise DataError(f"a composition pair lies {longest} slots from its own")
+    return slots
+
+
 def quick_check_trie(values, stage1, blocks):
     """A second, smaller trie of normalization_bits(), for the normalizer's
     hot loops: blocks of QC_BLOCK_SHIFT bits, numbered in a byte."""
     per_cp = [normalization_bits(values[i][0]) for b in stage1 for i in blocks[b]]
+    # The first bit also marks the starters that compose by arithmetic: the
+    # leading consonants (L + V) and the LV syllables (LV + T, and the LV
+    # rule), so that one bit tells whether a starter may take a follower.
+    for cp in range(L_BASE, L_BASE + L_COUNT):
+        per_cp[cp] |= NORMALIZATION_FIRST
+    for cp in range(S_BASE, S_BASE + S_COUNT, T_COUNT):
+        per_cp[cp] |= NORMALIZATION_FIRST
     size = 1 << QC_BLOCK_SHIFT
     qc_blocks, ids, qc_stage1 = [], {}, []
     for start in range(0, len(per_cp), size):
@@ -606,6 +647,10 @@ def generate(t):
         f"static_assert(kFirstCompositionSecond == {fmt_cp(t.first_composition_second())},",
         '              "generator and header disagree");',
         f"static_assert(kMaxDecompositionUnits == {t.max_decomposition_units()},",
+        '              "generator and header disagree");',
+        f"static_assert(kCompositionHashBits == {COMPOSITION_HASH_BITS} &&",
+        f"              kCompositionHashMultiplier == 0x{COMPOSITION_HASH_MULTIPLIER:X}u &&",
+        f"              kCompositionHashMaxProbes == {COMPOSITION_HASH_MAX_PROBES},",
         '              "generator and header disagree");',
         "",
     ]
@@ -675,8 +720,9 @@ def generate(t):
     write_rows(out, f"const uint32_t g_FullDecomposition_Pool[{len(pool)}]",
                [fmt_cp(c) for c in pool], 10)
     excluded = set(t.exclusion)
-    write_rows(out, "const uint32_t g_PrimaryComposite_Table[kCanonicalCompositionRows]",
-               [fmt_cp(0 if c in excluded else c) for _, _, c in t.composition], 10)
+    slots = composition_hash([r for r in t.composition if r[2] not in excluded])
+    write_rows(out, f"const uint64_t g_CompositionHash[{len(slots)}]",
+               [f"0x{v:X}u" for v in slots], 4)
     qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks)
     write_rows(out, f"const uint8_t g_NormalizationStage1[{len(qc_stage1)}]",
                [str(b) for b in qc_stage1], 16)

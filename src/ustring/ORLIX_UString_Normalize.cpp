@@ -68,9 +68,13 @@ inline int64_t decomposed_units(uint32_t cp, bool compatibility) {
 // True when a starter may still combine with something that follows it:
 // the first code point of a composition pair, a leading consonant (L + V)
 // or an LV syllable (LV + T, and the LV rule). `bits` are its normalization
-// bits.
-inline bool may_compose(uint32_t cp, uint32_t bits) {
-  return (bits & unicode::kFirst) || cp - hangul::LBase < hangul::LCount || hangul::is_lv(cp);
+// bits, which say so.
+inline bool may_compose(uint32_t bits) { return (bits & unicode::kFirst) != 0; }
+
+// True for the starters that compose by arithmetic, when they compose at
+// all: leading consonants and Hangul syllables.
+inline bool is_hangul_starter(uint32_t cp) {
+  return (cp - hangul::LBase < hangul::LCount) | hangul::is_syllable(cp);
 }
 
 // The streaming normalizer: push the code points of the text in order, then
@@ -108,10 +112,7 @@ class Normalizer {
   // composition it could start - neither the first of a pair nor a leading
   // consonant or LV syllable, which compose by arithmetic. `bits` are its
   // normalization bits.
-  bool inert(uint32_t cp, uint32_t bits) const {
-    return (bits & inert_mask_) == 0 &&
-           (!compose_ || (cp - hangul::LBase >= hangul::LCount && !hangul::is_lv(cp)));
-  }
+  bool inert(uint32_t bits) const { return (bits & inert_mask_) == 0; }
 
   // `bits` are the normalization bits of cp.
   bool push(uint32_t cp, uint32_t bits) {
@@ -133,15 +134,16 @@ class Normalizer {
         if (!feed(d[i], normalization_bits(d[i]))) return false;
       return true;
     }
-    // The one decomposition without rows: a Hangul syllable.
+    // The one decomposition without rows: a Hangul syllable. Its jamo are
+    // of class 0 and in no pair row; a leading consonant may compose.
     const uint32_t s = cp - hangul::SBase;
-    if (!feed(hangul::LBase + s / hangul::NCount, 0)) return false;
+    if (!feed(hangul::LBase + s / hangul::NCount, unicode::kFirst)) return false;
     if (!feed(hangul::VBase + s % hangul::NCount / hangul::TCount, 0)) return false;
     return s % hangul::TCount == 0 || feed(hangul::TBase + s % hangul::TCount, 0);
   }
 
-  // `bits` are the normalization bits of cp (0 for the jamo of a
-  // syllable: class 0, no pair rows).
+  // `bits` are the normalization bits of cp, or as much of them as the
+  // steps below read (the class and the two composition bits).
   bool feed(uint32_t cp, uint32_t bits) {
     const uint32_t cc = bits & kCombiningClassMask;
     if (cc != 0) {
@@ -177,7 +179,10 @@ class Normalizer {
   // or its class is above last_.
   bool offer(uint32_t cp, uint32_t bits) {
     const uint32_t cc = bits & kCombiningClassMask;
-    if (live_ && (last_ == 0 || cc > last_) && (!pair_only_ || (bits & unicode::kSecond))) {
+    // Computed without branches: which way they go depends on the text.
+    const bool unblocked = (last_ == 0) | (cc > last_);
+    const bool candidate = hangul_ | ((bits & unicode::kSecond) != 0);
+    if (live_ & unblocked & candidate) {
       if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits))
         return combine(composite);
     }
@@ -187,12 +192,12 @@ class Normalizer {
   }
 
   bool start(uint32_t cp, uint32_t bits) {
-    live_ = may_compose(cp, bits);
+    live_ = may_compose(bits);
     if (live_) {
       starter_at_ = out_->length;
       starter_ = cp;
       starter_bits_ = bits;
-      pair_only_ = (bits & unicode::kFirst) != 0;
+      hangul_ = is_hangul_starter(cp);
       last_ = 0;
     }
     return put(cp);
@@ -201,8 +206,8 @@ class Normalizer {
   void become(uint32_t composite) {
     starter_ = composite;
     starter_bits_ = normalization_bits(composite);
-    pair_only_ = (starter_bits_ & unicode::kFirst) != 0;
-    live_ = may_compose(composite, starter_bits_);
+    hangul_ = is_hangul_starter(composite);
+    live_ = may_compose(starter_bits_);
   }
 
   // The starter combined with a character that was not written: the
@@ -266,7 +271,7 @@ class Normalizer {
   uint32_t first_mark_bits_ = 0;
   SmallBuffer<uint32_t, 32> window_;  // the characters after a starter, while they are offered again
   bool live_ = false;
-  bool pair_only_ = false;  // the starter composes by pair rows only (not by Hangul arithmetic)
+  bool hangul_ = false;  // the starter composes by the Hangul arithmetic (not by pair rows)
   int64_t starter_at_ = 0;
   uint32_t starter_ = 0;
   uint32_t starter_bits_ = 0;
@@ -415,16 +420,11 @@ void CombiningClass_Buffer_sort(CombiningClassEntry *run, int64_t n) {
 
 uint32_t compose_pair(uint32_t s, uint32_t s_bits, uint32_t c, uint32_t c_bits) {
   if (c < unicode::kFirstCompositionSecond) return 0;
+  // A pair row decides: found, its composite (0 when excluded). The hash
+  // holds the rows that are not excluded, and no first of a pair composes
+  // by the Hangul arithmetic, so a pair that is not in it falls through.
   if ((s_bits & unicode::kFirst) && (c_bits & unicode::kSecond)) {
-    // The rows of one first code point are sorted by the second.
-    for (int64_t i = properties(s).composition - 1;
-         i < unicode::kCanonicalCompositionRows && g_CanonicalComposition_Table[i].first == s;
-         ++i) {
-      const uint32_t second = g_CanonicalComposition_Table[i].second;
-      if (second < c) continue;
-      if (second == c) return unicode::g_PrimaryComposite_Table[i];  // 0 when excluded
-      break;
-    }
+    if (const uint32_t composite = unicode::primary_composite(s, c)) return composite;
   }
   using namespace hangul;
   if (s - LBase < LCount && c - VBase < VCount)
@@ -513,7 +513,7 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
     // Inert characters (text in most scripts is made of little else) are
     // copied as they are while nothing is held back, as far as the buffer
     // has room.
-    if (normalizer.settled() && normalizer.inert(cp, bits)) {
+    if (normalizer.settled() && normalizer.inert(bits)) {
       uint16_t *out = b->data;
       int64_t length = b->length;
       const int64_t room_end = b->capacity - 4;
@@ -534,7 +534,7 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
           if (is_surrogate(cp)) return nullptr;  // unpaired
         }
         bits = normalization_bits(cp);
-        if (!normalizer.inert(cp, bits)) break;
+        if (!normalizer.inert(bits)) break;
       }
       b->charcount += length - first - surrogates;
       b->length = b->pos = length;

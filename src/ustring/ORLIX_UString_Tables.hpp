@@ -11,6 +11,7 @@
 //    look-up. The unit tests compare the two over every code point.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // The row counts (kCombiningClassRows, ...), written by the generator, which
@@ -130,9 +131,6 @@ struct Properties {
 // points, already decomposed as far as they go and not yet ordered.
 extern const uint32_t g_FullDecomposition_Pool[];
 
-// Parallel to g_CanonicalComposition_Table: each row's composite, or 0 when
-// the composite is excluded from composition.
-extern const uint32_t g_PrimaryComposite_Table[kCanonicalCompositionRows];
 
 inline constexpr int kPropertyBlockShift = 7;
 // Below this code point every code point passes every quick check and
@@ -159,11 +157,13 @@ inline uint32_t property_bits(uint32_t cp) { return properties(cp).bits; }
 
 // The normalizer's hot loops read a smaller trie of their own: 16 bits per
 // code point, the combining class and the quick-check bits as in the
-// property bits (kQuickCheckMask), then whether the code point is the first
-// or the second of a composition pair.
+// property bits (kQuickCheckMask), then whether the code point is a starter
+// that may take a following character (the first of a composition pair, a
+// leading consonant or an LV syllable) and whether it is the second of a
+// composition pair.
 inline constexpr int kNormalizationBlockShift = 7;
 inline constexpr uint32_t kQuickCheckMask = 0x3FFF;
-inline constexpr uint32_t kFirst = 1u << 14;   // kCompositionFirst
+inline constexpr uint32_t kFirst = 1u << 14;   // kCompositionFirst, L jamo, LV syllables
 inline constexpr uint32_t kSecond = 1u << 15;  // kCompositionSecond
 extern const uint8_t g_NormalizationStage1[];
 extern const uint16_t g_NormalizationStage2[];
@@ -173,6 +173,28 @@ inline uint32_t normalization_bits(uint32_t cp) {
   const uint32_t block = g_NormalizationStage1[cp >> kNormalizationBlockShift];
   return g_NormalizationStage2[block << kNormalizationBlockShift |
                                (cp & ((1u << kNormalizationBlockShift) - 1))];
+}
+
+// The composites of the composition pairs, excluded ones left out, by hash:
+// each slot holds (first << 21 | second) << 21 | composite, or 0. A pair
+// lies at most kCompositionHashMaxProbes slots above the top
+// kCompositionHashBits bits of (first << 21 | second) times the multiplier.
+inline constexpr int kCompositionHashBits = 12;
+inline constexpr uint64_t kCompositionHashMultiplier = 0x5678E4727FD3D577u;
+inline constexpr int kCompositionHashMaxProbes = 3;
+extern const uint64_t g_CompositionHash[size_t{1} << kCompositionHashBits];
+
+// The composite of a composition pair whose composite is not excluded, or 0.
+inline uint32_t primary_composite(uint32_t first, uint32_t second) {
+  constexpr uint32_t kMask = (1u << kCompositionHashBits) - 1;
+  const uint64_t key = uint64_t{first} << 21 | second;
+  const auto h = static_cast<uint32_t>((key * kCompositionHashMultiplier) >> (64 - kCompositionHashBits));
+  for (uint32_t i = 0; i < kCompositionHashMaxProbes; ++i) {
+    const uint64_t slot = g_CompositionHash[(h + i) & kMask];
+    if (slot >> 21 == key) return static_cast<uint32_t>(slot & 0x1FFFFF);
+    if (slot == 0) break;
+  }
+  return 0;
 }
 
 }  // namespace orlix::unicode
