@@ -71,6 +71,17 @@ inline int64_t decomposed_units(uint32_t cp, bool compatibility) {
 // bits, which say so.
 inline bool may_compose(uint32_t bits) { return (bits & unicode::kFirst) != 0; }
 
+// The composite of a live Hangul starter s (a leading consonant or an LV
+// syllable) and c, as compose_pair gives it, or 0.
+inline uint32_t compose_hangul(uint32_t s, uint32_t c) {
+  using namespace hangul;
+  if (s - LBase < LCount)
+    return c - VBase < VCount ? SBase + ((s - LBase) * VCount + (c - VBase)) * TCount : 0;
+  if (c <= TBase) return 0;
+  const uint32_t composite = s + (c - TBase);
+  return composite <= 0x10FFFF && !is_surrogate(composite) ? composite : 0;
+}
+
 // True for the starters that compose by arithmetic, when they compose at
 // all: leading consonants and Hangul syllables.
 inline bool is_hangul_starter(uint32_t cp) {
@@ -115,7 +126,7 @@ class Normalizer {
   bool inert(uint32_t bits) const { return (bits & inert_mask_) == 0; }
 
   // `bits` are the normalization bits of cp.
-  bool push(uint32_t cp, uint32_t bits) {
+  [[gnu::always_inline]] bool push(uint32_t cp, uint32_t bits) {
     if (!(bits & decomposes_)) return feed(cp, bits);
     return decompose(cp);
   }
@@ -123,7 +134,7 @@ class Normalizer {
   bool finish() { return run_.empty() || sort_run(); }
 
  private:
-  bool put(uint32_t cp) { return buffer_put(out_, cp); }
+  [[gnu::always_inline]] bool put(uint32_t cp) { return buffer_put(out_, cp); }
 
   [[gnu::noinline]] bool decompose(uint32_t cp) {
     const unicode::Properties &p = properties(cp);
@@ -144,7 +155,7 @@ class Normalizer {
 
   // `bits` are the normalization bits of cp, or as much of them as the
   // steps below read (the class and the two composition bits).
-  bool feed(uint32_t cp, uint32_t bits) {
+  [[gnu::always_inline]] bool feed(uint32_t cp, uint32_t bits) {
     const uint32_t cc = bits & kCombiningClassMask;
     if (cc != 0) {
       if (run_.empty()) first_mark_bits_ = bits;
@@ -177,21 +188,22 @@ class Normalizer {
   // last of those, 0 right after the starter and after every composition.
   // A character is offered to the starter when nothing blocks it: last_ = 0
   // or its class is above last_.
-  bool offer(uint32_t cp, uint32_t bits) {
+  [[gnu::always_inline]] bool offer(uint32_t cp, uint32_t bits) {
     const uint32_t cc = bits & kCombiningClassMask;
     // Computed without branches: which way they go depends on the text.
     const bool unblocked = (last_ == 0) | (cc > last_);
     const bool candidate = hangul_ | ((bits & unicode::kSecond) != 0);
     if (live_ & unblocked & candidate) {
-      if (const uint32_t composite = compose_pair(starter_, starter_bits_, cp, bits))
-        return combine(composite);
+      const uint32_t composite =
+          hangul_ ? compose_hangul(starter_, cp) : unicode::primary_composite(starter_, cp);
+      if (composite != 0) return combine(composite);
     }
     if (cc == 0) return start(cp, bits);
     last_ = cc;
     return put(cp);
   }
 
-  bool start(uint32_t cp, uint32_t bits) {
+  [[gnu::always_inline]] bool start(uint32_t cp, uint32_t bits) {
     live_ = may_compose(bits);
     if (live_) {
       starter_at_ = out_->length;
@@ -214,7 +226,7 @@ class Normalizer {
   // composite takes the starter's place. When characters that did not
   // combine stand after it, the walk goes on right after the new starter:
   // they are offered to it again.
-  bool combine(uint32_t composite) {
+  [[gnu::always_inline]] bool combine(uint32_t composite) {
     const int64_t tail_at = starter_at_ + (starter_ < 0x10000 ? 1 : 2);
     last_ = 0;
     if (tail_at == out_->length) {
@@ -282,10 +294,17 @@ class Normalizer {
 // units from i on: an upper bound of the rest of the output.
 bool reserve_rest(ORLIX_UString_Buffer *b, const uint16_t *units, int64_t i, int64_t n,
                   int64_t pending, bool compatibility) {
-  int64_t need = b->length + 2 * pending + 32;
+  // Every unit at least stays; only what decomposes adds to that.
+  int64_t need = b->length + 2 * pending + 32 + (n - i);
+  const uint32_t decomposes = compatibility ? unicode::kNfkdNo : unicode::kNfdNo;
   while (i < n) {
+    if (units[i] < unicode::kQuickCheckInertBelow) {
+      ++i;
+      continue;
+    }
     int width = 1;
-    need += decomposed_units(code_point_at(units, n, i, &width), compatibility);
+    const uint32_t cp = code_point_at(units, n, i, &width);
+    if (normalization_bits(cp) & decomposes) need += decomposed_units(cp, compatibility) - width;
     i += width;
   }
   return need <= b->capacity || grow(b, need);
