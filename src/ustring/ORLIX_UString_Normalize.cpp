@@ -15,6 +15,7 @@
 #include "ustring/ORLIX_UString_Normalize.hpp"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 #include "ORLIX_Util.h"
@@ -131,10 +132,28 @@ class Normalizer {
     return decompose(cp);
   }
 
-  bool finish() { return run_.empty() || sort_run(); }
+  bool finish() {
+    if (!run_.empty() && !sort_run()) return false;
+    out_->pos = out_->length;
+    return true;
+  }
+
+  // The input from the character after the one pushed next, up to its end.
+  void next_input(const uint16_t *next, const uint16_t *end) {
+    next_ = next;
+    end_ = end;
+  }
 
  private:
-  [[gnu::always_inline]] bool put(uint32_t cp) { return buffer_put(out_, cp); }
+  // Writes cp at the end of the output. The caller's reservation leaves
+  // room for everything one input character and the marks held back can
+  // write, so no step checks for room; pos is brought up to date by finish.
+  [[gnu::always_inline]] bool put(uint32_t cp) {
+    assert(out_->capacity - out_->length >= 2);
+    out_->length += put_units(out_->data + out_->length, cp);
+    ++out_->charcount;
+    return true;
+  }
 
   [[gnu::noinline]] bool decompose(uint32_t cp) {
     const unicode::Properties &p = properties(cp);
@@ -142,7 +161,7 @@ class Normalizer {
     if (at != 0) {
       const uint32_t *d = &unicode::g_FullDecomposition_Pool[at];
       for (uint32_t i = 1; i <= d[0]; ++i)
-        if (!feed(d[i], normalization_bits(d[i]))) return false;
+        if (!feed(d[i], normalization_bits(d[i]), i == d[0])) return false;
       return true;
     }
     // The one decomposition without rows: a Hangul syllable. Its jamo are
@@ -154,15 +173,30 @@ class Normalizer {
   }
 
   // `bits` are the normalization bits of cp, or as much of them as the
-  // steps below read (the class and the two composition bits).
-  [[gnu::always_inline]] bool feed(uint32_t cp, uint32_t bits) {
+  // steps below read (the class and the two composition bits). `last`: cp
+  // is the last code point that the input character at next_ - 1 gives.
+  // A mark that makes up a run on its own - none before it, and the next
+  // input character a starter that does not decompose - needs no ordering
+  // and goes on at once.
+  [[gnu::always_inline]] bool feed(uint32_t cp, uint32_t bits, bool last = true) {
     const uint32_t cc = bits & kCombiningClassMask;
     if (cc != 0) {
-      if (run_.empty()) first_mark_bits_ = bits;
+      if (run_.empty()) {
+        if (last && starter_next()) return compose_ ? offer(cp, bits) : put(cp);
+        first_mark_bits_ = bits;
+      }
       return run_.push_back({cp, cc});
     }
     if (!run_.empty() && !sort_run()) return false;
     return compose_ ? offer(cp, bits) : put(cp);
+  }
+
+  // True when the input after the character being pushed is at its end or
+  // starts with a starter that does not decompose in this form.
+  bool starter_next() const {
+    if (next_ == end_) return true;
+    const uint32_t u = *next_;
+    return !is_surrogate(u) && (normalization_bits(u) & (kCombiningClassMask | decomposes_)) == 0;
   }
 
   [[gnu::noinline]] bool sort_run() {
@@ -231,7 +265,7 @@ class Normalizer {
     last_ = 0;
     if (tail_at == out_->length) {
       become(composite);
-      out_->length = out_->pos = starter_at_ + put_units(out_->data + starter_at_, composite);
+      out_->length = starter_at_ + put_units(out_->data + starter_at_, composite);
       return true;
     }
     return rewalk(composite, tail_at);
@@ -269,7 +303,7 @@ class Normalizer {
     uint16_t *out = out_->data + starter_at_;
     out += put_units(out, starter_);
     for (int64_t k = 0; k < window_.size(); ++k) out += put_units(out, window_[k]);
-    out_->length = out_->pos = out - out_->data;
+    out_->length = out - out_->data;
     out_->charcount -= written - window_.size();
     return true;
   }
@@ -279,6 +313,8 @@ class Normalizer {
   const uint32_t decomposes_;  // the quick-check No bit: a decomposition exists
   const uint32_t inert_mask_;  // bits that keep a character from being inert
   ORLIX_UString_Buffer *out_;
+  const uint16_t *next_ = nullptr;
+  const uint16_t *end_ = nullptr;
   SmallBuffer<CombiningClassEntry, 32> run_;
   uint32_t first_mark_bits_ = 0;
   SmallBuffer<uint32_t, 32> window_;  // the characters after a starter, while they are offered again
@@ -562,8 +598,9 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
     if (b->capacity - b->length < unicode::kMaxDecompositionUnits + 4 + 2 * normalizer.pending() &&
         !reserve_rest(b.get(), units, i, n, normalizer.pending(), compatibility))
       return nullptr;
-    if (!normalizer.push(cp, bits)) return nullptr;  // no memory
     i += width;
+    normalizer.next_input(units + i, units + n);
+    if (!normalizer.push(cp, bits)) return nullptr;  // no memory
   }
   if (!normalizer.finish()) return nullptr;
   return detach(std::move(b));
