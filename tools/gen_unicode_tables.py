@@ -115,6 +115,7 @@ QC_MASK = 0x3FFF  # the combining class and the six quick-check bits
 
 
 NORMALIZATION_FIRST = 1 << 14
+NORMALIZATION_SECOND = 1 << 15
 
 
 def normalization_bits(bits):
@@ -592,10 +593,18 @@ def composition_hash(pairs):
     return slots
 
 
-def quick_check_trie(values, stage1, blocks):
+def quick_check_trie(values, stage1, blocks, primary_pairs):
     """A second, smaller trie of normalization_bits(), for the normalizer's
     hot loops: blocks of QC_BLOCK_SHIFT bits, numbered in a byte."""
     per_cp = [normalization_bits(values[i][0]) for b in stage1 for i in blocks[b]]
+    # The composition bits count only the pairs whose composite is not
+    # excluded: the others never compose, and a letter that only they name
+    # (most Hebrew and many Devanagari letters) is then inert.
+    for cp in range(len(per_cp)):
+        per_cp[cp] &= ~(NORMALIZATION_FIRST | NORMALIZATION_SECOND)
+    for first, second, _ in primary_pairs:
+        per_cp[first] |= NORMALIZATION_FIRST
+        per_cp[second] |= NORMALIZATION_SECOND
     # The first bit also marks the starters that compose by arithmetic: the
     # leading consonants (L + V) and the LV syllables (LV + T, and the LV
     # rule), so that one bit tells whether a starter may take a follower.
@@ -715,15 +724,16 @@ def generate(t):
         write_rows(out, "const CaseFoldingRow " + decl,
                    [f"{{{fmt_cp(cp)}, {{{padded(m, 4)}}}, {len(m)}}}" for cp, m in table], 2)
 
+    excluded = set(t.exclusion)
+    primary_pairs = [r for r in t.composition if r[2] not in excluded]
     values, stage1, blocks = t.properties()
     pool, _ = t.full_decomposition_pool()
     write_rows(out, f"const uint32_t g_FullDecomposition_Pool[{len(pool)}]",
                [fmt_cp(c) for c in pool], 10)
-    excluded = set(t.exclusion)
-    slots = composition_hash([r for r in t.composition if r[2] not in excluded])
+    slots = composition_hash(primary_pairs)
     write_rows(out, f"const uint64_t g_CompositionHash[{len(slots)}]",
                [f"0x{v:X}u" for v in slots], 4)
-    qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks)
+    qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks, primary_pairs)
     write_rows(out, f"const uint8_t g_NormalizationStage1[{len(qc_stage1)}]",
                [str(b) for b in qc_stage1], 16)
     qc_flat = [v for block in qc_blocks for v in block]

@@ -76,11 +76,13 @@ inline bool may_compose(uint32_t bits) { return (bits & unicode::kFirst) != 0; }
 // syllable) and c, as compose_pair gives it, or 0.
 inline uint32_t compose_hangul(uint32_t s, uint32_t c) {
   using namespace hangul;
-  if (s - LBase < LCount)
-    return c - VBase < VCount ? SBase + ((s - LBase) * VCount + (c - VBase)) * TCount : 0;
-  if (c <= TBase) return 0;
-  const uint32_t composite = s + (c - TBase);
-  return composite <= 0x10FFFF && !is_surrogate(composite) ? composite : 0;
+  // Both rules computed, one chosen without branches.
+  const bool l = s - LBase < LCount;
+  const uint32_t lv = SBase + ((s - LBase) * VCount + (c - VBase)) * TCount;
+  const bool lv_ok = l & (c - VBase < VCount);
+  const uint32_t lvt = s + (c - TBase);
+  const bool lvt_ok = !l & (c > TBase) & (lvt <= 0x10FFFF) & !is_surrogate(lvt);
+  return (lv & -static_cast<uint32_t>(lv_ok)) | (lvt & -static_cast<uint32_t>(lvt_ok));
 }
 
 // True for the starters that compose by arithmetic, when they compose at
@@ -118,6 +120,11 @@ class Normalizer {
   // character pushed now would be written out at once and leave this state
   // as it is.
   bool settled() const { return run_.empty() && !live_; }
+
+  // settled() && inert(bits), without branches.
+  bool takes_inert(uint32_t bits) const {
+    return run_.empty() & !live_ & ((bits & inert_mask_) == 0);
+  }
 
   // True for a character that a settled normalizer writes out untouched:
   // class 0, no decomposition in this form, and (when composing) no
@@ -188,7 +195,7 @@ class Normalizer {
       return run_.push_back({cp, cc});
     }
     if (!run_.empty() && !sort_run()) return false;
-    return compose_ ? offer(cp, bits) : put(cp);
+    return compose_ ? offer_starter(cp, bits) : put(cp);
   }
 
   // True when the input after the character being pushed is at its end or
@@ -237,15 +244,26 @@ class Normalizer {
     return put(cp);
   }
 
+  // A starter: only a mark written after the live starter blocks it.
+  [[gnu::always_inline]] bool offer_starter(uint32_t cp, uint32_t bits) {
+    const bool candidate = hangul_ | ((bits & unicode::kSecond) != 0);
+    if (live_ & (last_ == 0) & candidate) {
+      const uint32_t composite =
+          hangul_ ? compose_hangul(starter_, cp) : unicode::primary_composite(starter_, cp);
+      if (composite != 0) return combine(composite);
+    }
+    return start(cp, bits);
+  }
+
+  // The starter's fields are set whether or not it may compose (they are
+  // read only while it may): fewer branches on the text.
   [[gnu::always_inline]] bool start(uint32_t cp, uint32_t bits) {
     live_ = may_compose(bits);
-    if (live_) {
-      starter_at_ = out_->length;
-      starter_ = cp;
-      starter_bits_ = bits;
-      hangul_ = is_hangul_starter(cp);
-      last_ = 0;
-    }
+    starter_at_ = out_->length;
+    starter_ = cp;
+    starter_bits_ = bits;
+    hangul_ = is_hangul_starter(cp);
+    last_ = 0;
     return put(cp);
   }
 
@@ -568,7 +586,7 @@ ORLIX_UString *normalize_units(const uint16_t *units, int64_t n, int32_t form) {
     // Inert characters (text in most scripts is made of little else) are
     // copied as they are while nothing is held back, as far as the buffer
     // has room.
-    if (normalizer.settled() && normalizer.inert(bits)) {
+    if (normalizer.takes_inert(bits)) {
       uint16_t *out = b->data;
       int64_t length = b->length;
       const int64_t room_end = b->capacity - 4;

@@ -158,13 +158,13 @@ inline uint32_t property_bits(uint32_t cp) { return properties(cp).bits; }
 // The normalizer's hot loops read a smaller trie of their own: 16 bits per
 // code point, the combining class and the quick-check bits as in the
 // property bits (kQuickCheckMask), then whether the code point is a starter
-// that may take a following character (the first of a composition pair, a
-// leading consonant or an LV syllable) and whether it is the second of a
-// composition pair.
+// that may take a following character (the first of a composition pair
+// whose composite is not excluded, a leading consonant or an LV syllable)
+// and whether it is the second of such a pair.
 inline constexpr int kNormalizationBlockShift = 7;
 inline constexpr uint32_t kQuickCheckMask = 0x3FFF;
-inline constexpr uint32_t kFirst = 1u << 14;   // kCompositionFirst, L jamo, LV syllables
-inline constexpr uint32_t kSecond = 1u << 15;  // kCompositionSecond
+inline constexpr uint32_t kFirst = 1u << 14;   // first of a primary pair, L jamo, LV syllables
+inline constexpr uint32_t kSecond = 1u << 15;  // second of a primary pair
 extern const uint8_t g_NormalizationStage1[];
 extern const uint16_t g_NormalizationStage2[];
 
