@@ -4,10 +4,11 @@
 //
 // A string that passes the quick check is returned itself, with one more
 // reference. Any other string goes through one streaming pass: every code
-// point is decomposed completely by applying the one-level tables again to
-// what they produce, each run of combining marks is put in canonical order
-// when the next starter arrives, and (NFC, NFKC) every character is offered
-// to the last starter as soon as its run is ordered. The output is written
+// point is replaced by its full decomposition (the one-level tables applied
+// again to what they produce, as the generator wrote it out), each run of
+// combining marks is put in canonical order when the next starter arrives,
+// and (NFC, NFKC) every character is offered to the last starter as soon as
+// its run is ordered. The output is written
 // once, into a buffer made for the text's own length; when what comes next
 // might not fit, the buffer grows once to the size of the full decomposition
 // of the rest. Long texts so cost neither repeated growth nor moving the
@@ -17,6 +18,10 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "ORLIX_Util.h"
 #include "core/memory.hpp"
@@ -516,6 +521,119 @@ uint32_t compose_pair(uint32_t s, uint32_t c) {
   return compose_pair(s, normalization_bits(s), c, normalization_bits(c));
 }
 
+namespace {
+
+// Blocks of 16 units that the quick check passes without looking each unit
+// up: every unit below the form's first code point with a class or a
+// quick-check row, in the CJK ideographs, or (composing forms) in the Hangul
+// syllables. A skipper returns where the run of such blocks from i ends.
+struct QuickCheckRanges {
+  uint16_t below;  // units below this one pass
+  uint16_t first[2];
+  uint16_t count[2];  // units in [first, first + count) pass
+};
+
+QuickCheckRanges quick_check_ranges(int32_t form) {
+  const auto below = static_cast<uint16_t>(unicode::kQuickCheckYesBelow[form - 1]);
+  const auto ideographs = static_cast<uint16_t>(unicode::kQuickCheckIdeographsFirst);
+  const auto ideograph_count =
+      static_cast<uint16_t>(unicode::kQuickCheckIdeographsEnd - unicode::kQuickCheckIdeographsFirst);
+  if (form == kNFC || form == kNFKC)
+    return {below, {ideographs, hangul::SBase}, {ideograph_count, hangul::SCount}};
+  return {below, {ideographs, ideographs}, {ideograph_count, ideograph_count}};
+}
+
+inline bool passes_by_range(uint16_t x, const QuickCheckRanges &r) {
+  return (x < r.below) | (uint16_t(x - r.first[0]) < r.count[0]) |
+         (uint16_t(x - r.first[1]) < r.count[1]);
+}
+
+using Skipper = int64_t (*)(const uint16_t *u, int64_t i, int64_t n, const QuickCheckRanges &r);
+
+// The portable form: blocks of ASCII, four units to a 64-bit word.
+int64_t skip_portable(const uint16_t *u, int64_t i, int64_t n, const QuickCheckRanges &) {
+  for (; i + 16 <= n; i += 16) {
+    uint64_t w[4];
+    std::memcpy(w, u + i, sizeof w);
+    if (((w[0] | w[1] | w[2] | w[3]) & 0xFF80FF80FF80FF80ull) != 0) break;
+  }
+  return i;
+}
+
+#if defined(__x86_64__)
+#define ORLIX_NORMALIZE_VECTOR 1
+
+// A unit x is in [first, first + count) when (x - first) saturating-minus
+// (count - 1) is 0, all in unsigned 16-bit lanes.
+int64_t skip_sse2(const uint16_t *u, int64_t i, int64_t n, const QuickCheckRanges &r) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i below = _mm_set1_epi16(static_cast<int16_t>(r.below - 1));
+  const __m128i first0 = _mm_set1_epi16(static_cast<int16_t>(r.first[0]));
+  const __m128i last0 = _mm_set1_epi16(static_cast<int16_t>(r.count[0] - 1));
+  const __m128i first1 = _mm_set1_epi16(static_cast<int16_t>(r.first[1]));
+  const __m128i last1 = _mm_set1_epi16(static_cast<int16_t>(r.count[1] - 1));
+  auto passes = [&](__m128i x) {
+    __m128i t = _mm_cmpeq_epi16(_mm_subs_epu16(x, below), zero);
+    t = _mm_or_si128(t, _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(x, first0), last0), zero));
+    return _mm_or_si128(t, _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(x, first1), last1), zero));
+  };
+  for (; i + 16 <= n; i += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + i + 8));
+    if (_mm_movemask_epi8(_mm_and_si128(passes(a), passes(b))) != 0xFFFF) break;
+  }
+  return i;
+}
+
+__attribute__((target("avx2"))) int64_t skip_avx2(const uint16_t *u, int64_t i, int64_t n,
+                                                    const QuickCheckRanges &r) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i below = _mm256_set1_epi16(static_cast<int16_t>(r.below - 1));
+  const __m256i first0 = _mm256_set1_epi16(static_cast<int16_t>(r.first[0]));
+  const __m256i last0 = _mm256_set1_epi16(static_cast<int16_t>(r.count[0] - 1));
+  const __m256i first1 = _mm256_set1_epi16(static_cast<int16_t>(r.first[1]));
+  const __m256i last1 = _mm256_set1_epi16(static_cast<int16_t>(r.count[1] - 1));
+  for (; i + 16 <= n; i += 16) {
+    const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(u + i));
+    __m256i t = _mm256_cmpeq_epi16(_mm256_subs_epu16(x, below), zero);
+    t = _mm256_or_si256(
+        t, _mm256_cmpeq_epi16(_mm256_subs_epu16(_mm256_sub_epi16(x, first0), last0), zero));
+    t = _mm256_or_si256(
+        t, _mm256_cmpeq_epi16(_mm256_subs_epu16(_mm256_sub_epi16(x, first1), last1), zero));
+    if (_mm256_movemask_epi8(t) != -1) break;
+  }
+  return i;
+}
+
+Skipper vector_skipper() {
+  __builtin_cpu_init();  // may run before the CPU model is read otherwise
+  return __builtin_cpu_supports("avx2") ? skip_avx2 : skip_sse2;
+}
+#endif
+
+// The skipper in use: chosen once from the processor; tests switch it.
+Skipper &skipper() {
+#if defined(ORLIX_NORMALIZE_VECTOR)
+  static Skipper chosen = vector_skipper();
+#else
+  static Skipper chosen = skip_portable;
+#endif
+  return chosen;
+}
+
+}  // namespace
+
+bool use_quick_check_vector_forms(bool on) {
+#if defined(ORLIX_NORMALIZE_VECTOR)
+  const bool was = skipper() != skip_portable;
+  skipper() = on ? vector_skipper() : skip_portable;
+  return was;
+#else
+  (void)on;
+  return false;
+#endif
+}
+
 QuickCheck quick_check(const uint16_t *u, int64_t n, int32_t form) {
   uint32_t no = 0;
   uint32_t maybe = 0;
@@ -526,17 +644,20 @@ QuickCheck quick_check(const uint16_t *u, int64_t n, int32_t form) {
     case kNFKC: no = unicode::kNfkcNo, maybe = unicode::kNfkcMaybe; break;
     default: return QuickCheck::kNo;
   }
+  const QuickCheckRanges ranges = quick_check_ranges(form);
+  const Skipper skip = skipper();
   uint32_t last = 0;
   int64_t i = 0;
   while (i < n) {
-    // Sixteen units at a time: ASCII passes every check. Other text goes
-    // through the trie in steps of sixteen units, without branching on
-    // which kind of character comes next.
-    if (i + 16 <= n) {
-      uint64_t w[4];
-      std::memcpy(w, u + i, sizeof w);
-      if (((w[0] | w[1] | w[2] | w[3]) & 0xFF80FF80FF80FF80ull) == 0) {
-        i += 16;
+    // Sixteen units at a time: blocks of starters that pass the check by
+    // their range alone are skipped (their last unit has class 0). Other
+    // text goes through the trie in steps of sixteen units, without
+    // branching on which kind of character comes next.
+    // (The block's first unit decides whether the skipper is called.)
+    if (i + 16 <= n && passes_by_range(u[i], ranges)) {
+      const int64_t end = skip(u, i, n, ranges);
+      if (end != i) {
+        i = end;
         last = 0;
         continue;
       }

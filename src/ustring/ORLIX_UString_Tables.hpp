@@ -136,6 +136,14 @@ inline constexpr int kPropertyBlockShift = 7;
 // Below this code point every code point passes every quick check and
 // decomposes to itself.
 inline constexpr uint32_t kQuickCheckInertBelow = 0xA0;
+// Per form (NFD, NFC, NFKD, NFKC): below this code point every code point is
+// a starter that passes the form's quick check.
+inline constexpr uint32_t kQuickCheckYesBelow[4] = {0xC0, 0x300, 0xA0, 0xA0};
+// The CJK ideographs from extension A to the end of the unified block:
+// starters that pass every form's quick check. (The Hangul syllables pass
+// the composing forms' checks.)
+inline constexpr uint32_t kQuickCheckIdeographsFirst = 0x3400;
+inline constexpr uint32_t kQuickCheckIdeographsEnd = 0xA000;
 // No code point below this one is the second of a composition pair.
 inline constexpr uint32_t kFirstCompositionSecond = 0x300;
 // The most units a full decomposition takes (U+FDFA's 18).
