@@ -1,6 +1,7 @@
 // Normalization against ICU's unorm2_normalize (the NFC, NFD, NFKC and NFKD
 // instances) and utf8proc's utf8proc_map on 1 MiB of UTF-16 text - ASCII,
-// already-NFC mixed-script text and decomposed text - and nameprep and
+// already-NFC mixed-script text, decomposed text, and Chinese and Korean
+// words between ASCII punctuation - and nameprep and
 // ToASCII against libidn, and ToASCII against libidn2, on 10^5 international
 // domain names. Before timing, main checks that every side gives the same
 // results.
@@ -102,6 +103,21 @@ std::u16string mixed_text() {
   return text;
 }
 
+// Chinese and Korean words between ASCII spaces and commas: text whose
+// quick check passes by the ranges of whole blocks.
+std::u16string cjk_text() {
+  std::mt19937 rng(5);
+  std::u16string text;
+  while (int64_t(text.size()) < kUnits - 64) {
+    const std::u32string &letters = kScripts[rng() % 2 ? 3 : 6];
+    const int n = 2 + int(rng() % 8);
+    for (int i = 0; i < n; ++i) append_utf16(text, letters[rng() % letters.size()]);
+    text += rng() % 4 ? u" " : u", ";
+  }
+  while (int64_t(text.size()) < kUnits) text += u' ';
+  return text;
+}
+
 std::u16string ascii_text() {
   std::mt19937 rng(7);
   std::u16string text;
@@ -126,11 +142,11 @@ std::string utf8_of(const std::u16string &text) {
 }
 
 struct Inputs {
-  std::u16string ascii, nfc, decomposed;
-  std::string ascii8, nfc8, decomposed8;  // the same texts in UTF-8, for utf8proc
+  std::u16string ascii, nfc, decomposed, cjk;
+  std::string ascii8, nfc8, decomposed8, cjk8;  // the same texts in UTF-8, for utf8proc
 
   const std::string &utf8(const std::u16string *text) const {
-    return text == &ascii ? ascii8 : text == &nfc ? nfc8 : decomposed8;
+    return text == &ascii ? ascii8 : text == &nfc ? nfc8 : text == &cjk ? cjk8 : decomposed8;
   }
 };
 
@@ -147,6 +163,8 @@ const Inputs &inputs() {
       t->resize(size_t(kUnits), u' ');
       (*t)[size_t(kUnits) - 1] = u' ';
     }
+    r.cjk = cjk_text();
+    r.cjk8 = utf8_of(r.cjk);
     r.ascii8 = utf8_of(r.ascii);
     r.nfc8 = utf8_of(r.nfc);
     r.decomposed8 = utf8_of(r.decomposed);
@@ -365,7 +383,7 @@ bool sides_agree() {
     ok &= cond;
   };
   const Inputs &in = inputs();
-  for (const std::u16string *text : {&in.ascii, &in.nfc, &in.decomposed}) {
+  for (const std::u16string *text : {&in.ascii, &in.nfc, &in.decomposed, &in.cjk}) {
     ORLIX_UString *s =
         orlix_ustring_newlength(reinterpret_cast<const uint16_t *>(text->data()), kUnits);
     for (int32_t form = 1; form <= 4; ++form) {
@@ -444,7 +462,10 @@ int main(int argc, char **argv) {
   const struct {
     const char *name;
     const std::u16string *text;
-  } texts[] = {{"ascii", &in.ascii}, {"nfc_mixed", &in.nfc}, {"decomposed", &in.decomposed}};
+  } texts[] = {{"ascii", &in.ascii},
+               {"nfc_mixed", &in.nfc},
+               {"decomposed", &in.decomposed},
+               {"cjk_hangul", &in.cjk}};
   for (const auto &t : texts) {
     for (int32_t form :
          {ORLIX_NORMALIZE_NFC, ORLIX_NORMALIZE_NFD, ORLIX_NORMALIZE_NFKC, ORLIX_NORMALIZE_NFKD}) {
