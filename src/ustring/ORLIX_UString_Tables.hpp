@@ -5,10 +5,13 @@
 //
 // Two views of the same data:
 //  - the row tables, sorted by code point and searched with orlix_bsearch;
-//  - a two-stage property trie with one record per code point, derived from
-//    those rows by the generator, that answers the questions the hot loops
-//    ask (class, quick-check membership, which row holds a mapping) in one
-//    look-up. The unit tests compare the two over every code point.
+//  - derived from those rows by the generator, what the hot loops read: a
+//    two-stage property trie with one record per code point that answers
+//    their questions (class, quick-check membership, which row holds a
+//    mapping) in one look-up, the normalizer's smaller trie of the same
+//    bits, a pool of full decompositions and a hash of the composites. The
+//    unit tests compare the normalizer's views with the rows over every
+//    code point.
 #pragma once
 
 #include <cstddef>
