@@ -1,24 +1,43 @@
 // Normalization against ICU's unorm2_normalize (the NFC, NFD, NFKC and NFKD
-// instances) on 1 MiB of UTF-16 text - ASCII, already-NFC mixed-script text
-// and decomposed text - and nameprep and ToASCII against libidn on 10^5
-// international domain names. Before timing, main checks that both sides
-// give the same results.
+// instances) and utf8proc's utf8proc_map on 1 MiB of UTF-16 text - ASCII,
+// already-NFC mixed-script text, decomposed text, and Chinese and Korean
+// words between ASCII punctuation - and nameprep and
+// ToASCII against libidn, and ToASCII against libidn2, on 10^5 international
+// domain names. Before timing, main checks that every side gives the same
+// results.
 //
 // Each side does the whole job of a caller: ours returns a string (or, when
 // the text is already normalized, the argument with one more reference) that
 // is released again; ICU writes into a buffer the caller provides, so its
-// side mallocs and frees a buffer of the exact output size each time. For
-// domain names both sides start from UTF-8 and end with UTF-8 (nameprep) or
-// an ASCII name (ToASCII), allocated and freed per name.
+// side mallocs and frees a buffer of the exact output size each time.
+// utf8proc works in UTF-8 only: it is timed on the same text in UTF-8 (its
+// natural input), returning a malloc'd UTF-8 result that is freed again, and
+// its throughput is counted in the same 1 MiB as the other sides', so that
+// the ratios compare times for the same characters. It has no quick check
+// and always decomposes and recomposes.
+//
+// For domain names every side starts from UTF-8 and ends with UTF-8
+// (nameprep) or an ASCII name (ToASCII), allocated and freed per name.
+// libidn2 implements IDNA2008 and has no nameprep; its ToASCII runs with
+// UTS #46 transitional processing, whose mapping (case folding, sharp s to
+// ss, NFC) gives IDNA2003's names on these inputs, as the check shows - up
+// to the case of all-ASCII labels, which IDNA2003 passes through as they
+// are and UTS #46 lowercases, so that check ignores ASCII case.
+// idn2.h would otherwise define libidn's names itself, clashing with idna.h.
+#define IDN2_SKIP_LIBIDN_COMPAT
+#include <idn2.h>
 #include <idna.h>
 #include <stringprep.h>
 #include <unicode/uclean.h>
 #include <unicode/unorm2.h>
+#include <unicode/ustring.h>
 #include <unicode/uversion.h>
+#include <utf8proc.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <random>
 #include <string>
 #include <vector>
@@ -84,6 +103,21 @@ std::u16string mixed_text() {
   return text;
 }
 
+// Chinese and Korean words between ASCII spaces and commas: text whose
+// quick check passes by the ranges of whole blocks.
+std::u16string cjk_text() {
+  std::mt19937 rng(5);
+  std::u16string text;
+  while (int64_t(text.size()) < kUnits - 64) {
+    const std::u32string &letters = kScripts[rng() % 2 ? 3 : 6];
+    const int n = 2 + int(rng() % 8);
+    for (int i = 0; i < n; ++i) append_utf16(text, letters[rng() % letters.size()]);
+    text += rng() % 4 ? u" " : u", ";
+  }
+  while (int64_t(text.size()) < kUnits) text += u' ';
+  return text;
+}
+
 std::u16string ascii_text() {
   std::mt19937 rng(7);
   std::u16string text;
@@ -96,8 +130,24 @@ std::u16string ascii_text() {
   return text;
 }
 
+std::string utf8_of(const std::u16string &text) {
+  UErrorCode err = U_ZERO_ERROR;
+  int32_t n = 0;
+  u_strToUTF8(nullptr, 0, &n, text.data(), int32_t(text.size()), &err);
+  std::string out(size_t(n), '\0');
+  err = U_ZERO_ERROR;
+  u_strToUTF8(out.data(), n, nullptr, text.data(), int32_t(text.size()), &err);
+  if (U_FAILURE(err)) std::abort();
+  return out;
+}
+
 struct Inputs {
-  std::u16string ascii, nfc, decomposed;
+  std::u16string ascii, nfc, decomposed, cjk;
+  std::string ascii8, nfc8, decomposed8, cjk8;  // the same texts in UTF-8, for utf8proc
+
+  const std::string &utf8(const std::u16string *text) const {
+    return text == &ascii ? ascii8 : text == &nfc ? nfc8 : text == &cjk ? cjk8 : decomposed8;
+  }
 };
 
 const Inputs &inputs() {
@@ -113,6 +163,11 @@ const Inputs &inputs() {
       t->resize(size_t(kUnits), u' ');
       (*t)[size_t(kUnits) - 1] = u' ';
     }
+    r.cjk = cjk_text();
+    r.cjk8 = utf8_of(r.cjk);
+    r.ascii8 = utf8_of(r.ascii);
+    r.nfc8 = utf8_of(r.nfc);
+    r.decomposed8 = utf8_of(r.decomposed);
     return r;
   }();
   return in;
@@ -219,6 +274,28 @@ void normalize_icu(benchmark::State &state, const std::u16string *text, int32_t 
   orlix_bench::finish(state, ok, kMiB);
 }
 
+utf8proc_option_t utf8proc_options(int32_t form) {
+  const int compose = form == ORLIX_NORMALIZE_NFC || form == ORLIX_NORMALIZE_NFKC
+                          ? UTF8PROC_COMPOSE
+                          : UTF8PROC_DECOMPOSE;
+  const int compat =
+      form == ORLIX_NORMALIZE_NFKC || form == ORLIX_NORMALIZE_NFKD ? UTF8PROC_COMPAT : 0;
+  return utf8proc_option_t(UTF8PROC_STABLE | compose | compat);
+}
+
+void normalize_utf8proc(benchmark::State &state, const std::string *text, int32_t form) {
+  const utf8proc_option_t options = utf8proc_options(form);
+  bool ok = true;
+  for (auto _ : state) {
+    utf8proc_uint8_t *out = nullptr;
+    ok &= utf8proc_map(reinterpret_cast<const utf8proc_uint8_t *>(text->data()),
+                       utf8proc_ssize_t(text->size()), &out, options) >= 0;
+    benchmark::DoNotOptimize(out);
+    std::free(out);
+  }
+  orlix_bench::finish(state, ok, kMiB);
+}
+
 // ---- domain names -----------------------------------------------------------------
 
 void nameprep_ours(benchmark::State &state) {
@@ -284,6 +361,19 @@ void toascii_libidn(benchmark::State &state) {
   orlix_bench::finish(state, ok, domain_bytes());
 }
 
+void toascii_libidn2(benchmark::State &state) {
+  bool ok = true;
+  for (auto _ : state) {
+    for (const auto &d : domains()) {
+      char *out = nullptr;
+      ok &= idn2_to_ascii_8z(d.c_str(), &out, IDN2_TRANSITIONAL) == IDN2_OK;
+      benchmark::DoNotOptimize(out);
+      idn2_free(out);
+    }
+  }
+  orlix_bench::finish(state, ok, domain_bytes());
+}
+
 // ---- agreement ---------------------------------------------------------------------
 
 bool sides_agree() {
@@ -293,7 +383,7 @@ bool sides_agree() {
     ok &= cond;
   };
   const Inputs &in = inputs();
-  for (const std::u16string *text : {&in.ascii, &in.nfc, &in.decomposed}) {
+  for (const std::u16string *text : {&in.ascii, &in.nfc, &in.decomposed, &in.cjk}) {
     ORLIX_UString *s =
         orlix_ustring_newlength(reinterpret_cast<const uint16_t *>(text->data()), kUnits);
     for (int32_t form = 1; form <= 4; ++form) {
@@ -306,6 +396,17 @@ bool sides_agree() {
                  std::memcmp(units, theirs.data(), size_t(n) * 2) == 0,
              std::string(form_name(form)) + " differs from ICU");
       orlix_free(units);
+      char *ours8 = nullptr;
+      utf8proc_uint8_t *theirs8 = nullptr;
+      const std::string &text8 = in.utf8(text);
+      const utf8proc_ssize_t m =
+          utf8proc_map(reinterpret_cast<const utf8proc_uint8_t *>(text8.data()),
+                       utf8proc_ssize_t(text8.size()), &theirs8, utf8proc_options(form));
+      expect(r != nullptr && orlix_ustring_toutf8(r, &ours8, &n) == 1 && m == n &&
+                 std::memcmp(ours8, theirs8, size_t(n)) == 0,
+             std::string(form_name(form)) + " differs from utf8proc");
+      orlix_free(ours8);
+      std::free(theirs8);
       orlix_ustring_free(r);
     }
     orlix_ustring_free(s);
@@ -330,6 +431,12 @@ bool sides_agree() {
                idna_to_ascii_8z(d.c_str(), &their_ascii, 0) == IDNA_SUCCESS &&
                std::strcmp(ascii, their_ascii) == 0,
            "ToASCII differs from libidn for " + d);
+    char *idn2_ascii = nullptr;
+    expect(ascii != nullptr &&
+               idn2_to_ascii_8z(d.c_str(), &idn2_ascii, IDN2_TRANSITIONAL) == IDN2_OK &&
+               strcasecmp(ascii, idn2_ascii) == 0,
+           "ToASCII differs from libidn2 for " + d);
+    idn2_free(idn2_ascii);
     orlix_free(ascii);
     std::free(their_ascii);
     orlix_ustring_free(s);
@@ -348,24 +455,36 @@ int main(int argc, char **argv) {
   u_versionToString(info, version);
   orlix_bench::note_peer("ICU", version);
   orlix_bench::note_peer("libidn", stringprep_check_version(nullptr));
+  orlix_bench::note_peer("utf8proc", utf8proc_version());
+  orlix_bench::note_peer("libidn2", idn2_check_version(nullptr));
 
   const Inputs &in = inputs();
   const struct {
     const char *name;
     const std::u16string *text;
-  } texts[] = {{"ascii", &in.ascii}, {"nfc_mixed", &in.nfc}, {"decomposed", &in.decomposed}};
+  } texts[] = {{"ascii", &in.ascii},
+               {"nfc_mixed", &in.nfc},
+               {"decomposed", &in.decomposed},
+               {"cjk_hangul", &in.cjk}};
   for (const auto &t : texts) {
     for (int32_t form :
          {ORLIX_NORMALIZE_NFC, ORLIX_NORMALIZE_NFD, ORLIX_NORMALIZE_NFKC, ORLIX_NORMALIZE_NFKD}) {
       const std::u16string *text = t.text;
+      const std::string *text8 = &in.utf8(text);
+      const std::string operation =
+          std::string("normalize_") + form_name(form) + "/" + t.name + "/1MiB";
       orlix_bench::register_pair(
-          std::string("normalize_") + form_name(form) + "/" + t.name + "/1MiB", "ICU",
-          [text, form](benchmark::State &s) { normalize_ours(s, text, form); },
+          operation, "ICU", [text, form](benchmark::State &s) { normalize_ours(s, text, form); },
           [text, form](benchmark::State &s) { normalize_icu(s, text, form); });
+      benchmark::RegisterBenchmark((operation + "/utf8proc").c_str(),
+                                   [text8, form](benchmark::State &s) {
+                                     normalize_utf8proc(s, text8, form);
+                                   });
     }
   }
   orlix_bench::register_pair("nameprep/100k_domains", "libidn", nameprep_ours, nameprep_libidn);
   orlix_bench::register_pair("toascii/100k_domains", "libidn", toascii_ours, toascii_libidn);
+  benchmark::RegisterBenchmark("toascii/100k_domains/libidn2", toascii_libidn2);
   const int rc = orlix_bench::run(argc, argv);
   u_cleanup();
   return rc;

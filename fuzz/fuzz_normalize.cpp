@@ -1,6 +1,16 @@
-// The stability properties of the normalization forms and of case folding
-// (the forms themselves are compared with Python's unicodedata over every
-// code point and random texts by the unicode suites).
+// The normalizer against a model, the stability properties of the
+// normalization forms and of case folding (the forms themselves are
+// compared with Python's unicodedata over every code point and random texts
+// by the unicode suites).
+//
+// The model is the plain algorithm over the row tables, found by binary
+// search: the quick check over the No and Maybe tables (a text that passes
+// is returned as it is), full decomposition by applying the one-level rows
+// again, a stable sort of each run of marks, and composition that walks
+// again from the starter after every composition. The normalizer reads
+// derived tables (its trie, the pool of full decompositions, the
+// composition hash) and streams; every form must give the model's code
+// points. The quick check's vector forms must answer as its portable form.
 //
 // Properties: every result is a well-formed string record; NFD and NFKD are
 // stable (NF(NF(x)) == NF(x)) and a text they return unchanged was already
@@ -15,6 +25,7 @@
 // bytes (ASCII, marks and scripts, Hangul, the rest of the BMP, the
 // supplementary planes).
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "ORLIX_UString.h"
@@ -22,6 +33,7 @@
 #include "fuzz_util.hpp"
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_Normalize.hpp"
+#include "ustring/ORLIX_UString_Tables.hpp"
 
 namespace {
 
@@ -76,6 +88,99 @@ bool LvRuleMayApply(const Text &d) {
   return false;
 }
 
+// ---- the model ---------------------------------------------------------------------
+
+namespace u = orlix::unicode;
+
+bool PassesQuickCheck(const Text &x, int32_t form) {
+  uint32_t last = 0;
+  for (uint32_t cp : x) {
+    const uint32_t cc = Class(cp);
+    if (cc != 0 && cc < last) return false;
+    bool no = false;
+    switch (form) {
+      case ORLIX_NORMALIZE_NFD: no = orlix::lookup::contains(u::g_NFD_Quick_Check_No_Table, cp); break;
+      case ORLIX_NORMALIZE_NFKD: no = orlix::lookup::contains(u::g_NFKD_Quick_Check_No_Table, cp); break;
+      case ORLIX_NORMALIZE_NFC:
+        no = orlix::lookup::contains(u::g_NFC_Quick_Check_No_Table, cp) ||
+             orlix::lookup::contains(u::g_NFC_Quick_Check_Maybe_Table, cp);
+        break;
+      default:
+        no = orlix::lookup::contains(u::g_NFKC_Quick_Check_No_Table, cp) ||
+             orlix::lookup::contains(u::g_NFKC_Quick_Check_Maybe_Table, cp);
+    }
+    if (no) return false;
+    last = cc;
+  }
+  return true;
+}
+
+void Decompose(uint32_t cp, bool compatibility, Text &out) {
+  if (const auto *row = orlix::lookup::canonical(cp)) {
+    for (uint32_t i = 0; i < row->count; ++i) Decompose(row->mapping[i], compatibility, out);
+  } else if (const auto *row = orlix::lookup::compatibility(cp); row && compatibility) {
+    for (uint32_t i = 0; i < row->count; ++i)
+      Decompose(u::g_CompatibilityMapping_Pool[row->offset + i], true, out);
+  } else if (h::is_syllable(cp)) {
+    const uint32_t s = cp - h::SBase;
+    out.push_back(h::LBase + s / h::NCount);
+    out.push_back(h::VBase + s % h::NCount / h::TCount);
+    if (s % h::TCount != 0) out.push_back(h::TBase + s % h::TCount);
+  } else {
+    out.push_back(cp);
+  }
+}
+
+uint32_t Compose(uint32_t s, uint32_t c) {
+  if (const auto *row = orlix::lookup::composition(s, c)) {
+    const bool excluded =
+        orlix::lookup::contains(u::g_Full_Composition_Exclusion_Table, row->composite);
+    return excluded ? 0 : row->composite;
+  }
+  if (s >= h::LBase && s < h::LBase + h::LCount && c >= h::VBase && c < h::VBase + h::VCount)
+    return h::SBase + ((s - h::LBase) * h::VCount + (c - h::VBase)) * h::TCount;
+  if (h::is_lv(s) && c > h::TBase) {
+    const uint32_t composite = s + (c - h::TBase);
+    if (composite <= 0x10FFFF && !orlix::utf16::is_surrogate(composite)) return composite;
+  }
+  return 0;
+}
+
+Text Model(const Text &x, int32_t form) {
+  if (PassesQuickCheck(x, form)) return x;
+  const bool compatibility = form == ORLIX_NORMALIZE_NFKD || form == ORLIX_NORMALIZE_NFKC;
+  Text d;
+  for (uint32_t cp : x) Decompose(cp, compatibility, d);
+  for (size_t i = 0; i < d.size();) {
+    size_t j = i;
+    while (j < d.size() && Class(d[j]) != 0) ++j;
+    std::stable_sort(d.begin() + static_cast<std::ptrdiff_t>(i),
+                     d.begin() + static_cast<std::ptrdiff_t>(j),
+                     [](uint32_t a, uint32_t b) { return Class(a) < Class(b); });
+    i = j + 1;
+  }
+  if (form == ORLIX_NORMALIZE_NFD || form == ORLIX_NORMALIZE_NFKD) return d;
+  size_t s = 0;
+  while (s < d.size() && Class(d[s]) != 0) ++s;
+  uint32_t last = 0;
+  for (size_t i = s + 1; i < d.size();) {
+    const uint32_t cc = Class(d[i]);
+    if (cc > last || last == 0) {
+      if (const uint32_t composite = Compose(d[s], d[i])) {
+        d[s] = composite;
+        d.erase(d.begin() + static_cast<std::ptrdiff_t>(i));
+        i = s + 1;
+        last = 0;
+        continue;
+      }
+    }
+    if (cc == 0) s = i;
+    last = cc;
+    ++i;
+  }
+  return d;
+}
+
 // ---- checks ------------------------------------------------------------------------
 
 void CheckRecord(const ORLIX_UString *s) {
@@ -93,6 +198,20 @@ Text Normalize(ORLIX_UString *s, int32_t form, bool *same = nullptr) {
   CheckRecord(r.s);
   if (same) *same = r.s == s;
   return Decode(r.s);
+}
+
+void CheckAgainstModel(const Text &x) {
+  Str s(Make(x));
+  FUZZ_CHECK(s.s != nullptr);
+  for (int32_t form = ORLIX_NORMALIZE_NFD; form <= ORLIX_NORMALIZE_NFKC; ++form) {
+    FUZZ_CHECK(Normalize(s.s, form) == Model(x, form), "form %d differs from the model", form);
+    const bool was = orlix::use_quick_check_vector_forms(false);
+    const auto portable = orlix::quick_check(s.s->data, s.s->length, form);
+    orlix::use_quick_check_vector_forms(true);
+    const auto vector = orlix::quick_check(s.s->data, s.s->length, form);
+    orlix::use_quick_check_vector_forms(was);
+    FUZZ_CHECK(portable == vector, "the quick check's forms differ in form %d", form);
+  }
 }
 
 void CheckForms(const Text &x) {
@@ -137,6 +256,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader in(data, size);
   Text x;
   while (!in.empty() && x.size() < 256) x.push_back(NextCodePoint(in));
+  CheckAgainstModel(x);
   CheckForms(x);
   CheckFolding(x);
   return 0;

@@ -15,7 +15,8 @@ case "$what" in
   deb)   packages=(dpkg-dev file lintian) ;;
   fuzz)  packages=(clang libclang-rt-dev) ;;
   bench) packages=(libbenchmark-dev libssl-dev libsodium-dev libjansson-dev libcjson-dev
-                  rapidjson-dev libjson-c-dev libsimdjson-dev libicu-dev libidn11-dev) ;;
+                  rapidjson-dev libjson-c-dev libsimdjson-dev libicu-dev libidn11-dev
+                  libidn2-dev libutf8proc-dev) ;;
   *) echo "usage: $0 [build|deb|fuzz|bench]" >&2; exit 2 ;;
 esac
 

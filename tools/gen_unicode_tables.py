@@ -84,6 +84,11 @@ L_COUNT, V_COUNT, T_COUNT = 19, 21, 28
 N_COUNT = V_COUNT * T_COUNT
 S_COUNT = L_COUNT * N_COUNT
 
+# CJK ideographs, extension A to the end of the unified block (the
+# hexagrams between them included): class 0 and no quick-check row in any
+# form, which the generator checks.
+QC_IDEOGRAPHS_FIRST, QC_IDEOGRAPHS_END = 0x3400, 0xA000
+
 # Property bits of the trie; the same values are spelled out in
 # ORLIX_UString_Tables.hpp.
 BITS = {
@@ -112,6 +117,10 @@ BITS = {
 BLOCK_SHIFT = 7
 QC_BLOCK_SHIFT = 7
 QC_MASK = 0x3FFF  # the combining class and the six quick-check bits
+
+
+NORMALIZATION_FIRST = 1 << 14
+NORMALIZATION_SECOND = 1 << 15
 
 
 def normalization_bits(bits):
@@ -402,16 +411,60 @@ class Tables:
             return 2 if (cp - S_BASE) % T_COUNT == 0 else 3
         return 1 if cp < 0x10000 else 2
 
+    def full_decomposition(self, cp, compatibility):
+        """The code points of the full decomposition of cp, in the order the
+        one-level tables give them: canonical, then compatibility, then the
+        Hangul arithmetic, applied again to everything they produce."""
+        canonical = self._canonical_map
+        compat = self._compat_map
+        if cp in canonical:
+            return [c for m in canonical[cp] for c in self.full_decomposition(m, compatibility)]
+        if compatibility and cp in compat:
+            return [c for m in compat[cp] for c in self.full_decomposition(m, compatibility)]
+        if S_BASE <= cp < S_BASE + S_COUNT:
+            s = cp - S_BASE
+            out = [L_BASE + s // N_COUNT, V_BASE + s % N_COUNT // T_COUNT]
+            return out + ([T_BASE + s % T_COUNT] if s % T_COUNT else [])
+        return [cp]
+
+    def full_decomposition_pool(self):
+        """The full decompositions of every code point with a row, canonical
+        and compatibility, as one pool: at each offset the count, then the
+        code points. Offset 0 holds nothing (it means no decomposition), and
+        equal sequences share one place. Returns the pool and, per code
+        point, the offsets of its canonical and compatibility decompositions
+        (0 for a form in which it has none)."""
+        self._canonical_map = dict(self.canonical)
+        self._compat_map = dict(self.compatibility)
+        pool, where, offsets = [0], {}, {}
+
+        def place(seq):
+            key = tuple(seq)
+            if key not in where:
+                where[key] = len(pool)
+                pool.append(len(seq))
+                pool.extend(seq)
+            return where[key]
+
+        for cp in sorted(set(self._canonical_map) | set(self._compat_map)):
+            canonical = place(self.full_decomposition(cp, False)) if cp in self._canonical_map else 0
+            offsets[cp] = (canonical, place(self.full_decomposition(cp, True)))
+        if len(pool) > 0xFFFF:
+            raise DataError("the full decomposition pool outgrows 16-bit offsets")
+        return pool, offsets
+
     def properties(self):
         """One record per code point: (bits, decomposition, folding,
-        composition, canonical length, compatibility length). Indices are
+        composition, canonical length, compatibility length, canonical and
+        compatibility pool offsets). Indices are
         row index + 1, 0 meaning no row: decomposition in the canonical or
         the compatibility table (the bits say which), folding in the full
         folding table or, for code points without a row there, in the
         closure table, composition the first row whose first code point is
         this one. Lengths count UTF-16 units and are 0 when the code point
         is its own decomposition or is a Hangul syllable (the normalizer
-        computes those)."""
+        computes those). The pool offsets locate the full decompositions in
+        full_decomposition_pool(), 0 meaning none in that form."""
         self._canonical_map = dict(self.canonical)
         self._compat_map = dict(self.compatibility)
         n = MAX_CODE_POINT + 1
@@ -437,7 +490,7 @@ class Tables:
         extra = {}
 
         def record(cp):
-            return extra.setdefault(cp, [0, 0, 0, 0, 0])
+            return extra.setdefault(cp, [0, 0, 0, 0, 0, 0, 0])
 
         for i, (cp, _) in enumerate(self.canonical):
             bits[cp] |= BITS["canonical"]
@@ -458,11 +511,13 @@ class Tables:
             r = record(first)
             if r[2] == 0:
                 r[2] = i + 1
+        pool, offsets = self.full_decomposition_pool()
         for cp in set(self._canonical_map) | set(self._compat_map):
             r = record(cp)
             if cp in self._canonical_map:
                 r[3] = self.full_length(cp, False)
             r[4] = self.full_length(cp, True)
+            r[5], r[6] = offsets[cp]
         for r in extra.values():
             if max(r) > 0xFFFF or r[3] > 0xFF or r[4] > 0xFF:
                 raise DataError("a trie record field overflows")
@@ -471,7 +526,7 @@ class Tables:
         value_list = []
         index = [0] * n
         for cp in range(n):
-            key = (bits[cp],) + tuple(extra.get(cp, (0, 0, 0, 0, 0)))
+            key = (bits[cp],) + tuple(extra.get(cp, (0, 0, 0, 0, 0, 0, 0)))
             v = values.get(key)
             if v is None:
                 v = values[key] = len(value_list)
@@ -501,6 +556,28 @@ class Tables:
                    self.compatibility[0][0], self.nfd_no[0], self.nfkd_no[0],
                    self.nfc_no[0], self.nfc_maybe[0], self.nfkc_no[0], self.nfkc_maybe[0])
 
+    def quick_check_yes_below(self):
+        """Per form (NFD, NFC, NFKD, NFKC), the smallest code point with a
+        combining class or a No or Maybe in that form's quick check."""
+        first_mark = self.combining_class[0][0]
+        return [min(first_mark, *(t[0] for t in tables)) for tables in
+                ((self.nfd_no,), (self.nfc_no, self.nfc_maybe), (self.nfkd_no,),
+                 (self.nfkc_no, self.nfkc_maybe))]
+
+    def check_quick_check_ranges(self):
+        """The ranges the quick check passes without look-ups: the CJK
+        ideographs in every form, the Hangul syllables in the composing
+        forms. Each must hold starters that pass those forms' checks."""
+        marks = {cp for cp, _ in self.combining_class}
+        every = marks | set(self.nfd_no) | set(self.nfkd_no) | set(self.nfc_no) | \
+            set(self.nfc_maybe) | set(self.nfkc_no) | set(self.nfkc_maybe)
+        composing = marks | set(self.nfc_no) | set(self.nfc_maybe) | set(self.nfkc_no) | \
+            set(self.nfkc_maybe)
+        if any(cp in every for cp in range(QC_IDEOGRAPHS_FIRST, QC_IDEOGRAPHS_END)):
+            raise DataError("the ideograph range does not pass every quick check")
+        if any(cp in composing for cp in range(S_BASE, S_BASE + S_COUNT)):
+            raise DataError("the Hangul syllables do not pass the composing quick checks")
+
     def max_decomposition_units(self):
         """The most UTF-16 units any full decomposition takes."""
         self._canonical_map = dict(self.canonical)
@@ -512,10 +589,56 @@ class Tables:
         return min(r[1] for r in self.composition)
 
 
-def quick_check_trie(values, stage1, blocks):
+# The composition hash: open addressing over 2^COMPOSITION_HASH_BITS slots,
+# the slot of a pair being the top bits of (first << 21 | second) times
+# COMPOSITION_HASH_MULTIPLIER, probed upwards. The generator places every
+# pair and checks that none is further than COMPOSITION_HASH_MAX_PROBES
+# slots from its own.
+COMPOSITION_HASH_BITS = 12
+COMPOSITION_HASH_MULTIPLIER = 0x5678E4727FD3D577
+COMPOSITION_HASH_MAX_PROBES = 3
+
+
+def composition_hash(pairs):
+    """Slots of (first << 21 | second) << 21 | composite, 0 for an empty
+    slot, holding every pair of the composition table whose composite is
+    not excluded."""
+    size = 1 << COMPOSITION_HASH_BITS
+    slots = [0] * size
+    longest = 0
+    for first, second, composite in pairs:
+        key = first << 21 | second
+        h = ((key * COMPOSITION_HASH_MULTIPLIER) & 0xFFFFFFFFFFFFFFFF) >> (64 - COMPOSITION_HASH_BITS)
+        probes = 1
+        while slots[h] != 0:
+            h = (h + 1) & (size - 1)
+            probes += 1
+        slots[h] = key << 21 | composite
+        longest = max(longest, probes)
+    if longest > COMPOSITION_HASH_MAX_PROBES:
+        raise DataError(f"a composition pair lies {longest} slots from its own")
+    return slots
+
+
+def quick_check_trie(values, stage1, blocks, primary_pairs):
     """A second, smaller trie of normalization_bits(), for the normalizer's
     hot loops: blocks of QC_BLOCK_SHIFT bits, numbered in a byte."""
     per_cp = [normalization_bits(values[i][0]) for b in stage1 for i in blocks[b]]
+    # The composition bits count only the pairs whose composite is not
+    # excluded: the others never compose, and a letter that only they name
+    # (most Hebrew and many Devanagari letters) is then inert.
+    for cp in range(len(per_cp)):
+        per_cp[cp] &= ~(NORMALIZATION_FIRST | NORMALIZATION_SECOND)
+    for first, second, _ in primary_pairs:
+        per_cp[first] |= NORMALIZATION_FIRST
+        per_cp[second] |= NORMALIZATION_SECOND
+    # The first bit also marks the starters that compose by arithmetic: the
+    # leading consonants (L + V) and the LV syllables (LV + T, and the LV
+    # rule), so that one bit tells whether a starter may take a follower.
+    for cp in range(L_BASE, L_BASE + L_COUNT):
+        per_cp[cp] |= NORMALIZATION_FIRST
+    for cp in range(S_BASE, S_BASE + S_COUNT, T_COUNT):
+        per_cp[cp] |= NORMALIZATION_FIRST
     size = 1 << QC_BLOCK_SHIFT
     qc_blocks, ids, qc_stage1 = [], {}, []
     for start in range(0, len(per_cp), size):
@@ -545,6 +668,7 @@ def write_rows(out, decl, rows, per_line):
 
 
 def generate(t):
+    t.check_quick_check_ranges()
     out = [
         "// Generated by tools/gen_unicode_tables.py from data/unicode and",
         "// data/stringprep. Do not edit: change the generator or the data.",
@@ -559,7 +683,19 @@ def generate(t):
         '              "generator and header disagree");',
         f"static_assert(kFirstCompositionSecond == {fmt_cp(t.first_composition_second())},",
         '              "generator and header disagree");',
+        "static_assert(kQuickCheckYesBelow[0] == {} && kQuickCheckYesBelow[1] == {} &&".format(
+            *(fmt_cp(c) for c in t.quick_check_yes_below()[:2])),
+        "              kQuickCheckYesBelow[2] == {} && kQuickCheckYesBelow[3] == {},".format(
+            *(fmt_cp(c) for c in t.quick_check_yes_below()[2:])),
+        '              "generator and header disagree");',
+        f"static_assert(kQuickCheckIdeographsFirst == {fmt_cp(QC_IDEOGRAPHS_FIRST)} &&",
+        f"              kQuickCheckIdeographsEnd == {fmt_cp(QC_IDEOGRAPHS_END)},",
+        '              "generator and header disagree");',
         f"static_assert(kMaxDecompositionUnits == {t.max_decomposition_units()},",
+        '              "generator and header disagree");',
+        f"static_assert(kCompositionHashBits == {COMPOSITION_HASH_BITS} &&",
+        f"              kCompositionHashMultiplier == 0x{COMPOSITION_HASH_MULTIPLIER:X}u &&",
+        f"              kCompositionHashMaxProbes == {COMPOSITION_HASH_MAX_PROBES},",
         '              "generator and header disagree");',
         "",
     ]
@@ -624,8 +760,16 @@ def generate(t):
         write_rows(out, "const CaseFoldingRow " + decl,
                    [f"{{{fmt_cp(cp)}, {{{padded(m, 4)}}}, {len(m)}}}" for cp, m in table], 2)
 
+    excluded = set(t.exclusion)
+    primary_pairs = [r for r in t.composition if r[2] not in excluded]
     values, stage1, blocks = t.properties()
-    qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks)
+    pool, _ = t.full_decomposition_pool()
+    write_rows(out, f"const uint32_t g_FullDecomposition_Pool[{len(pool)}]",
+               [fmt_cp(c) for c in pool], 10)
+    slots = composition_hash(primary_pairs)
+    write_rows(out, f"const uint64_t g_CompositionHash[{len(slots)}]",
+               [f"0x{v:X}u" for v in slots], 4)
+    qc_stage1, qc_blocks = quick_check_trie(values, stage1, blocks, primary_pairs)
     write_rows(out, f"const uint8_t g_NormalizationStage1[{len(qc_stage1)}]",
                [str(b) for b in qc_stage1], 16)
     qc_flat = [v for block in qc_blocks for v in block]
@@ -640,7 +784,7 @@ def generate(t):
     write_rows(out, f"const uint16_t g_PropertyStage2[{len(flat)}]", [str(v) for v in flat], 16)
 
     out.append("}  // namespace orlix::unicode")
-    size = (len(values) * 12 + len(stage1) * 2 + len(flat) * 2 + len(qc_stage1)
+    size = (len(values) * 16 + len(stage1) * 2 + len(flat) * 2 + len(qc_stage1)
             + len(qc_flat) * 2)
     return "\n".join(out) + "\n", size
 

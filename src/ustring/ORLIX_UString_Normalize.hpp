@@ -131,6 +131,13 @@ enum class QuickCheck { kYes, kMaybe, kNo };
 // has to be normalized either way, so the rest is not looked at.
 QuickCheck quick_check(const uint16_t *units, int64_t n, int32_t form);
 
+// Switches the quick check's vector forms (SSE2 or AVX2, whichever the
+// processor has; they pass blocks of ASCII, of units below the form's first
+// interesting code point, of CJK ideographs and, composing, of Hangul
+// syllables) on, or off for the portable form (blocks of ASCII), returning
+// whether they were in use. Meant for tests; not thread safe.
+bool use_quick_check_vector_forms(bool on);
+
 // Decomposition, canonical ordering and (NFC, NFKC) composition of n units
 // into a new string, without a quick check first. nullptr on an unpaired
 // surrogate (unless it is the only unit) or when memory runs out.

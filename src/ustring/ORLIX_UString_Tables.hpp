@@ -5,12 +5,16 @@
 //
 // Two views of the same data:
 //  - the row tables, sorted by code point and searched with orlix_bsearch;
-//  - a two-stage property trie with one record per code point, derived from
-//    those rows by the generator, that answers the questions the hot loops
-//    ask (class, quick-check membership, which row holds a mapping) in one
-//    look-up. The unit tests compare the two over every code point.
+//  - derived from those rows by the generator, what the hot loops read: a
+//    two-stage property trie with one record per code point that answers
+//    their questions (class, quick-check membership, which row holds a
+//    mapping) in one look-up, the normalizer's smaller trie of the same
+//    bits, a pool of full decompositions and a hash of the composites. The
+//    unit tests compare the normalizer's views with the rows over every
+//    code point.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // The row counts (kCombiningClassRows, ...), written by the generator, which
@@ -120,12 +124,29 @@ struct Properties {
   uint16_t composition;          // first composition row with this first code point
   uint8_t canonical_length;      // units of the full canonical decomposition
   uint8_t compatibility_length;  // units of the full compatibility decomposition
+  // Offsets in g_FullDecomposition_Pool of the full decompositions (0: none
+  // in that form; Hangul syllables have none there either).
+  uint16_t canonical_full;
+  uint16_t compatibility_full;
 };
+
+// The full decompositions: at each offset a count, then that many code
+// points, already decomposed as far as they go and not yet ordered.
+extern const uint32_t g_FullDecomposition_Pool[];
+
 
 inline constexpr int kPropertyBlockShift = 7;
 // Below this code point every code point passes every quick check and
 // decomposes to itself.
 inline constexpr uint32_t kQuickCheckInertBelow = 0xA0;
+// Per form (NFD, NFC, NFKD, NFKC): below this code point every code point is
+// a starter that passes the form's quick check.
+inline constexpr uint32_t kQuickCheckYesBelow[4] = {0xC0, 0x300, 0xA0, 0xA0};
+// The CJK ideographs from extension A to the end of the unified block:
+// starters that pass every form's quick check. (The Hangul syllables pass
+// the composing forms' checks.)
+inline constexpr uint32_t kQuickCheckIdeographsFirst = 0x3400;
+inline constexpr uint32_t kQuickCheckIdeographsEnd = 0xA000;
 // No code point below this one is the second of a composition pair.
 inline constexpr uint32_t kFirstCompositionSecond = 0x300;
 // The most units a full decomposition takes (U+FDFA's 18).
@@ -147,12 +168,14 @@ inline uint32_t property_bits(uint32_t cp) { return properties(cp).bits; }
 
 // The normalizer's hot loops read a smaller trie of their own: 16 bits per
 // code point, the combining class and the quick-check bits as in the
-// property bits (kQuickCheckMask), then whether the code point is the first
-// or the second of a composition pair.
+// property bits (kQuickCheckMask), then whether the code point is a starter
+// that may take a following character (the first of a composition pair
+// whose composite is not excluded, a leading consonant or an LV syllable)
+// and whether it is the second of such a pair.
 inline constexpr int kNormalizationBlockShift = 7;
 inline constexpr uint32_t kQuickCheckMask = 0x3FFF;
-inline constexpr uint32_t kFirst = 1u << 14;   // kCompositionFirst
-inline constexpr uint32_t kSecond = 1u << 15;  // kCompositionSecond
+inline constexpr uint32_t kFirst = 1u << 14;   // first of a primary pair, L jamo, LV syllables
+inline constexpr uint32_t kSecond = 1u << 15;  // second of a primary pair
 extern const uint8_t g_NormalizationStage1[];
 extern const uint16_t g_NormalizationStage2[];
 
@@ -161,6 +184,28 @@ inline uint32_t normalization_bits(uint32_t cp) {
   const uint32_t block = g_NormalizationStage1[cp >> kNormalizationBlockShift];
   return g_NormalizationStage2[block << kNormalizationBlockShift |
                                (cp & ((1u << kNormalizationBlockShift) - 1))];
+}
+
+// The composites of the composition pairs, excluded ones left out, by hash:
+// each slot holds (first << 21 | second) << 21 | composite, or 0. A pair
+// lies at most kCompositionHashMaxProbes slots above the top
+// kCompositionHashBits bits of (first << 21 | second) times the multiplier.
+inline constexpr int kCompositionHashBits = 12;
+inline constexpr uint64_t kCompositionHashMultiplier = 0x5678E4727FD3D577u;
+inline constexpr int kCompositionHashMaxProbes = 3;
+extern const uint64_t g_CompositionHash[size_t{1} << kCompositionHashBits];
+
+// The composite of a composition pair whose composite is not excluded, or 0.
+inline uint32_t primary_composite(uint32_t first, uint32_t second) {
+  constexpr uint32_t kMask = (1u << kCompositionHashBits) - 1;
+  const uint64_t key = uint64_t{first} << 21 | second;
+  const auto h = static_cast<uint32_t>((key * kCompositionHashMultiplier) >> (64 - kCompositionHashBits));
+  for (uint32_t i = 0; i < kCompositionHashMaxProbes; ++i) {
+    const uint64_t slot = g_CompositionHash[(h + i) & kMask];
+    if (slot >> 21 == key) return static_cast<uint32_t>(slot & 0x1FFFFF);
+    if (slot == 0) break;
+  }
+  return 0;
 }
 
 }  // namespace orlix::unicode

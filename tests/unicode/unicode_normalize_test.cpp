@@ -164,6 +164,40 @@ TEST(unicodeNormalize, BufferOperations) {
   EXPECT_EQ(s->data[4], 0);
 }
 
+// The quick check's vector forms pass whole blocks of units by their range;
+// the portable form looks every unit up. Each probe - the code points at
+// the ranges' edges, marks, decomposable characters, surrogates - stands
+// at every position of texts made of each range, in every form.
+TEST(unicodeNormalize, QuickCheckVectorFormsAgreeWithPortable) {
+  const uint16_t fill[] = {'a', 0xE9, 0x2FF, 0x3400, 0x9FFF, 0xAC00, 0xD7A3};
+  const std::vector<uint16_t> probes[] = {
+      {0x300}, {0xC0}, {0xBF}, {0xA0}, {0x9F}, {0x33FF}, {0xA000}, {0xABFF}, {0xD7A4},
+      {0xF900}, {0x1100}, {0x1161}, {0xD834, 0xDD65}, {0xD800}, {0xDC00}, {0x0301, 0x0300}};
+  const bool was = orlix::use_quick_check_vector_forms(true);
+  for (int32_t form = 1; form <= 4; ++form) {
+    for (uint16_t f : fill) {
+      for (const auto &probe : probes) {
+        for (size_t at = 0; at <= 48; ++at) {
+          std::vector<uint16_t> text(50, f);
+          std::copy(probe.begin(), probe.end(), text.begin() + at);
+          orlix::use_quick_check_vector_forms(true);
+          const auto vector = orlix::quick_check(text.data(), int64_t(text.size()), form);
+          orlix::use_quick_check_vector_forms(false);
+          const auto portable = orlix::quick_check(text.data(), int64_t(text.size()), form);
+          ASSERT_EQ(vector, portable) << form << " " << std::hex << f << " " << probe[0] << " at "
+                                      << std::dec << at;
+        }
+      }
+      std::vector<uint16_t> plain(50, f);
+      orlix::use_quick_check_vector_forms(true);
+      const auto vector = orlix::quick_check(plain.data(), 50, form);
+      orlix::use_quick_check_vector_forms(false);
+      EXPECT_EQ(vector, orlix::quick_check(plain.data(), 50, form)) << form << std::hex << f;
+    }
+  }
+  orlix::use_quick_check_vector_forms(was);
+}
+
 TEST(unicodeNormalize, CanonicalOrderingIsAStableSort) {
   std::mt19937 rng(7);
   for (int round = 0; round < 220; ++round) {

@@ -55,6 +55,67 @@ TEST(unicodeTables, WrittenTablesHoldTheirListings) {
 
 }
 
+// The normalizer reads derived views of the row tables: the per-code-point
+// bits, the pool of full decompositions and the hash of composites. Each is
+// checked here against the rows, found by binary search.
+std::vector<uint32_t> FullDecomposition(uint32_t cp, bool compatibility) {
+  std::vector<uint32_t> out;
+  if (const auto *row = lookup::canonical(cp)) {
+    for (uint32_t i = 0; i < row->count; ++i) {
+      const auto more = FullDecomposition(row->mapping[i], compatibility);
+      out.insert(out.end(), more.begin(), more.end());
+    }
+  } else if (const auto *row = lookup::compatibility(cp); row && compatibility) {
+    for (uint32_t i = 0; i < row->count; ++i) {
+      const auto more = FullDecomposition(u::g_CompatibilityMapping_Pool[row->offset + i], true);
+      out.insert(out.end(), more.begin(), more.end());
+    }
+  } else if (orlix::hangul::is_syllable(cp)) {
+    const uint32_t s = cp - orlix::hangul::SBase;
+    out = {orlix::hangul::LBase + s / orlix::hangul::NCount,
+           orlix::hangul::VBase + s % orlix::hangul::NCount / orlix::hangul::TCount};
+    if (s % orlix::hangul::TCount != 0) out.push_back(orlix::hangul::TBase + s % orlix::hangul::TCount);
+  } else {
+    out = {cp};
+  }
+  return out;
+}
+
+TEST(unicodeTables, NormalizerViewsAgreeWithTheRows) {
+  std::vector<bool> first(0x110000), second(0x110000);
+  for (const auto &row : u::g_CanonicalComposition_Table) {
+    const bool excluded = lookup::contains(u::g_Full_Composition_Exclusion_Table, row.composite);
+    if (!excluded) first[row.first] = second[row.second] = true;
+    EXPECT_EQ(u::primary_composite(row.first, row.second), excluded ? 0u : row.composite)
+        << std::hex << row.first << " " << row.second;
+  }
+  for (uint32_t cp = 0; cp <= 0x10FFFF; ++cp) {
+    const uint32_t bits = u::normalization_bits(cp);
+    const auto *cc = lookup::combining_class(cp);
+    ASSERT_EQ(bits & u::kCombiningClassMask, cc ? cc->combining_class : 0u) << std::hex << cp;
+    const bool starts = first[cp] || cp - orlix::hangul::LBase < orlix::hangul::LCount ||
+                        orlix::hangul::is_lv(cp);
+    ASSERT_EQ((bits & u::kFirst) != 0, starts) << std::hex << cp;
+    ASSERT_EQ((bits & u::kSecond) != 0, bool(second[cp])) << std::hex << cp;
+    if (second[cp]) {
+      // Not paired with a code point that does not start a pair.
+      EXPECT_EQ(u::primary_composite('A' + 0x20000, cp), 0u);
+    }
+    const auto &p = u::properties(cp);
+    for (bool compatibility : {false, true}) {
+      const uint32_t at = compatibility ? p.compatibility_full : p.canonical_full;
+      const auto full = FullDecomposition(cp, compatibility);
+      if (at == 0) {
+        ASSERT_TRUE(full == std::vector<uint32_t>{cp} || orlix::hangul::is_syllable(cp))
+            << std::hex << cp;
+        continue;
+      }
+      const uint32_t *d = &u::g_FullDecomposition_Pool[at];
+      ASSERT_EQ(std::vector<uint32_t>(d + 1, d + 1 + d[0]), full) << std::hex << cp;
+    }
+  }
+}
+
 TEST(unicodeTables, PredicatesJoinSurrogatePairs) {
   EXPECT_EQ(orlix::getCharCombiningClass(0x0300), 230u);
   EXPECT_EQ(orlix::getCharCombiningClass(0x1172B), 9u);
