@@ -12,22 +12,9 @@
 
 #include "fuzz_util.hpp"
 #include "json/ORLIX_JSON.hpp"
+#include "printf_number.hpp"
 
 namespace {
-
-std::string PrintfNumber(double v) {
-  char text[400];
-  if (v - std::floor(v) == 0 && v >= -2147483648.0 && v <= 2147483647.0) {
-    std::snprintf(text, sizeof text, "%d", static_cast<int>(v));
-    return text;
-  }
-  std::snprintf(text, sizeof text, "%lf", v);
-  std::string s = text;
-  if (s.find('.') == std::string::npos) return s;
-  while (s.back() == '0') s.pop_back();
-  if (s.back() == '.') s.pop_back();
-  return s;
-}
 
 void Check(double v) {
   char ours[orlix::json::kFixed6Size];

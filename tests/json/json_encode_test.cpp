@@ -12,6 +12,7 @@
 
 #include "json/ORLIX_JSON.hpp"
 #include "json_test_util.hpp"
+#include "printf_number.hpp"
 
 namespace {
 
@@ -171,24 +172,6 @@ TEST(json_encode, SortOrdersTheTopLevelInTheCallersTree) {
 }
 
 }  // namespace
-
-// What the encoder writes for a number, from the C library: "%d" for an
-// integral value in 32-bit range, else "%lf" with trailing zeros after the
-// point dropped, and the point too when nothing is left after it.
-std::string PrintfNumber(double v) {
-  char text[400];
-  if (v - std::floor(v) == 0 && v >= -2147483648.0 && v <= 2147483647.0) {
-    std::snprintf(text, sizeof text, "%d", static_cast<int>(v));
-    return text;
-  }
-  std::snprintf(text, sizeof text, "%lf", v);
-  std::string s = text;
-  const size_t point = s.find('.');
-  if (point == std::string::npos) return s;
-  while (s.back() == '0') s.pop_back();
-  if (s.back() == '.') s.pop_back();
-  return s;
-}
 
 // The "%lf" text, and the encoder's trimmed number text, are produced
 // without the C library; they must be the C library's byte for byte. Random bit patterns cover every exponent; the
