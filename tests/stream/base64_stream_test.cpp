@@ -160,6 +160,14 @@ TEST(Base64Stream, FlushKeepsPendingBytes) {
   EXPECT_EQ(sink.ctrls, std::vector<int64_t>{ORLIX_CTRL_FLUSH});  // passed on after the text
   ASSERT_EQ(orlix_stream_writen(chain.get(), "a", 1, nullptr), 1);
   EXPECT_EQ(sink.data, "YWJjZGVm\nZ00=\nZ01h");  // "gM" + "a", column restarted by the flush
+  // A flush in the middle of a line ends it: the next line is whole again
+  // (and starts with the byte the flush kept).
+  PieceSink mid;
+  Chain mid_chain = Over(orlix_stream_new_base64(ORLIX_BASE64_EOL_LF, 8, 2, nullptr), mid.make());
+  ASSERT_EQ(orlix_stream_writen(mid_chain.get(), "abcd", 4, nullptr), 1);
+  ASSERT_EQ(orlix_stream_ctrl(mid_chain.get(), ORLIX_CTRL_FLUSH, nullptr, nullptr), 1);
+  ASSERT_EQ(orlix_stream_writen(mid_chain.get(), "abcdef", 6, nullptr), 1);
+  EXPECT_EQ(mid.data, "YWJjZA==\nZGFiY2Rl\n");
 
   // With nothing pending, flush writes nothing but still reaches the sink.
   PieceSink sink2;
