@@ -16,7 +16,7 @@ int main(void) {
   const char *runtime = orlix_util_version();
   int failures = 0;
   if (strcmp(joined, ORLIX_UTIL_VERSION_STRING) != 0) {
-    printf("ORLIX_UTIL_VERSION_STRING is %s, the parts say %s\n", ORLIX_UTIL_VERSION_STRING,
+    printf("ORLIX_UTIL_VERSION_STRING is %s, the three numbers say %s\n", ORLIX_UTIL_VERSION_STRING,
            joined);
     ++failures;
   }
