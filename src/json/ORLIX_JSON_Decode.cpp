@@ -19,6 +19,10 @@
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
+
 using orlix::json::kModule;
 using orlix::json::Container;
 using orlix::json::kCarved;
@@ -156,6 +160,10 @@ class Decoder {
 
   void skip_ws() {
     if (i_ < n_ && !is_ws(s_[i_])) return;  // compact text: nothing to skip
+    skip_ws_run();
+  }
+  // The run of whitespace at i_.
+  __attribute__((noinline)) void skip_ws_run() {
 #if defined(__SSE2__)
     // Indented text has long runs of blanks: skip them 16 bytes at a time.
     if (orlix::json::g_form == orlix::json::Form::kPortable) {
@@ -207,11 +215,16 @@ class Decoder {
   }
   ORLIX_JSON *carve_string(const char *bytes, int32_t length);
   bool close_container();
-  ORLIX_JSON *number();
+  // A number at i_ and, inside an array, the numbers that follow it with
+  // bare commas between them (coordinates, vectors): all but the last are
+  // attached here, the last is returned as the general path would give it.
+  ORLIX_JSON *number_row();
+  ORLIX_JSON *number_row_vector();
+  __attribute__((noinline)) ORLIX_JSON *number();
   // The end of the run of digits from j. Adds their value to *m (times
   // ten per digit) while *count, the digits taken so far, stays within 19;
   // *count goes on counting past that.
-  int64_t digit_run(int64_t j, uint64_t *m, int64_t *count) const {
+  __attribute__((always_inline)) int64_t digit_run(int64_t j, uint64_t *m, int64_t *count) const {
     static constexpr uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
     if (orlix::json::g_form != orlix::json::Form::kPortable) {
       // Eight bytes a step: a byte is a digit when its high nibble is 3 and
@@ -294,6 +307,135 @@ ORLIX_JSON *Decoder::carve_string(const char *bytes, int32_t length) {
   text[length] = '\0';
   node->value.string = text;
   node->length = length;
+  return node;
+}
+
+// 10^0 to 10^16.
+struct PowersOfTen {
+  uint64_t at[17];
+  constexpr PowersOfTen() : at() {
+    uint64_t p = 1;
+    for (uint64_t &power : at) {
+      power = p;
+      p *= 10;
+    }
+  }
+};
+constexpr PowersOfTen kPowersOfTen;
+
+#if defined(__x86_64__) || defined(__i386__)
+// Shuffle controls that move the first r bytes of a vector to its end, with
+// zeros before them: the 16 bytes from kAlignDigits + r.
+alignas(32) constexpr signed char kAlignDigits[32] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                      -1, -1, -1, -1, -1, 0,  1,  2,  3,  4,  5,
+                                                      6,  7,  8,  9,  10, 11, 12, 13, 14, 15};
+
+// The count (0-16) of digits that open the 16 bytes at p and, when below
+// 16, their value in *value.
+__attribute__((target("sse4.1"))) inline int digit_vector(const unsigned char *p, uint64_t *value) {
+  const __m128i d = _mm_sub_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)),
+                                 _mm_set1_epi8('0'));
+  const __m128i digit = _mm_cmpeq_epi8(_mm_min_epu8(d, _mm_set1_epi8(9)), d);
+  const int run = __builtin_ctz(~static_cast<unsigned>(_mm_movemask_epi8(digit)));
+  // Right-aligned digits: pairs, then fours, then two groups of eight.
+  const __m128i aligned = _mm_shuffle_epi8(
+      d, _mm_loadu_si128(reinterpret_cast<const __m128i *>(kAlignDigits + run)));
+  const __m128i pairs =
+      _mm_maddubs_epi16(aligned, _mm_setr_epi8(10, 1, 10, 1, 10, 1, 10, 1, 10, 1, 10, 1, 10, 1, 10, 1));
+  const __m128i fours = _mm_madd_epi16(pairs, _mm_setr_epi16(100, 1, 100, 1, 100, 1, 100, 1));
+  const __m128i packed = _mm_packus_epi32(fours, fours);
+  const __m128i eights =
+      _mm_madd_epi16(packed, _mm_setr_epi16(10000, 1, 10000, 1, 10000, 1, 10000, 1));
+  const auto both = static_cast<uint64_t>(_mm_cvtsi128_si64(eights));
+  *value = (both & 0xFFFFFFFFu) * 100000000u + (both >> 32);
+  return run;
+}
+
+// The common number at p: a lone digit, or at most 15 digits before the
+// point and 15 after it, 19 in all; no exponent, at least 32 bytes before the end of the text
+// (so that no read here passes it). Each part's digits are found and
+// converted in one vector. Its value goes to *value and its length to
+// *length; false for anything else, and for every value exact_decimal
+// leaves undecided, which number() then reads the general way.
+__attribute__((target("sse4.1"), always_inline)) inline bool short_number(const unsigned char *p,
+                                                                         double *value,
+                                                                         int64_t *length) {
+  const unsigned char *const first = p;
+  const bool negative = *p == '-';
+  p += negative;
+  // A lone digit (counts, flags, small codes) needs no vector.
+  if (is_digit(p[0]) && !is_digit(p[1]) && p[1] != '.' && (p[1] | 0x20) != 'e') {
+    const auto digit = static_cast<double>(p[0] - '0');
+    *value = negative ? -digit : digit;
+    *length = p + 1 - first;
+    return true;
+  }
+  uint64_t m;
+  const int whole = digit_vector(p, &m);
+  if (whole == 0 || whole == 16 || (whole > 1 && *p == '0')) return false;
+  int32_t q = 0;
+  p += whole;
+  if (*p == '.') {
+    uint64_t fraction;
+    const int digits = digit_vector(p + 1, &fraction);
+    if (digits == 0 || digits == 16 || whole + digits > 19) return false;
+    m = m * kPowersOfTen.at[digits] + fraction;
+    q = -digits;
+    p += 1 + digits;
+  }
+  if (*p == 'e' || *p == 'E' || !orlix::json::exact_decimal(m, q, negative, value)) return false;
+  *length = p - first;
+  return true;
+}
+
+// number_row() with the vector form of the common number; the position
+// stays in a register from one number to the next.
+__attribute__((target("sse4.1"))) ORLIX_JSON *Decoder::number_row_vector() {
+  const unsigned char *const s = s_;
+  int64_t at = i_;
+  while (true) {
+    ORLIX_JSON *node;
+    double value;
+    int64_t length;
+    if (n_ - at >= 32 && short_number(s + at, &value, &length)) {
+      node = carve(ORLIX_JSON_NUMBER);
+      if (node == nullptr) {
+        fail(ORLIX_JSON_ERROR_MEMORY, at);
+        return nullptr;
+      }
+      node->value.number = value;
+      at += length;
+    } else {
+      i_ = at;
+      node = number();
+      if (node == nullptr) return nullptr;
+      at = i_;
+    }
+    if (open_ == nullptr || open_->type != ORLIX_JSON_ARRAY || at + 1 >= n_ || s[at] != ',' ||
+        (s[at + 1] != '-' && !is_digit(s[at + 1]))) {
+      i_ = at;
+      return node;
+    }
+    // A number is no container: attaching it is pushing it.
+    if (!entries_.push_back(node)) {
+      fail(ORLIX_JSON_ERROR_MEMORY, at);
+      return nullptr;
+    }
+    ++at;
+  }
+}
+#else
+ORLIX_JSON *Decoder::number_row_vector() { return number_row(); }
+#endif
+
+ORLIX_JSON *Decoder::number_row() {
+  ORLIX_JSON *node = number();
+  while (node != nullptr && open_ != nullptr && open_->type == ORLIX_JSON_ARRAY && i_ + 1 < n_ &&
+         s_[i_] == ',' && (s_[i_ + 1] == '-' || is_digit(s_[i_ + 1]))) {
+    if (!attach(node)) return nullptr;
+    ++i_;
+    node = number();
+  }
   return node;
 }
 
@@ -533,7 +675,10 @@ Decoder::State Decoder::value() {
     case 'f': node_ = literal("false", 5, ORLIX_JSON_BOOLEAN, 0); break;
     case '-':
     case '0': case '1': case '2': case '3': case '4':
-    case '5': case '6': case '7': case '8': case '9': node_ = number(); break;
+    case '5': case '6': case '7': case '8': case '9':
+      // The vector form needs SSE4.1, which every AVX2 processor has.
+      node_ = orlix::json::g_form == orlix::json::Form::kAvx2 ? number_row_vector() : number_row();
+      break;
     default: return open_container();
   }
   // The literal and number readers note their own failures.

@@ -363,10 +363,16 @@ TEST(json_decode, NumbersReadAsStrtodReadsThem) {
     texts.push_back(t);
   }
   int mismatches = 0;
-  for (const std::string &t : texts) {
-    Tree tree = DecodeText(t);
+  for (size_t i = 0; i < texts.size(); ++i) {
+    // Alternate runs of four (one of each kind of draw) alone and as the
+    // first entry of an array with room after it, where the decoder takes
+    // its vector form.
+    const std::string &t = texts[i];
+    const bool alone = (i / 4) % 2 == 0;
+    Tree tree = DecodeText(alone ? t : "[" + t + "," + std::string(32, ' ') + "0]");
     ASSERT_NE(tree, nullptr) << t;
-    const double ours = orlix_json_getnumber(tree.get());
+    const ORLIX_JSON *number = alone ? tree.get() : orlix_json_getarrayitem(tree.get(), 0);
+    const double ours = orlix_json_getnumber(number);
     const double theirs = strtod_l(t.c_str(), nullptr, c_locale);
     if (std::memcmp(&ours, &theirs, sizeof ours) != 0 && ++mismatches <= 10)
       ADD_FAILURE() << t << ": " << ours << " against " << theirs;
