@@ -19,7 +19,7 @@
 #include "ustring/ORLIX_UString.hpp"
 #include "ustring/ORLIX_UString_UTF8.hpp"
 
-#if defined(__x86_64__) || defined(__i386__)
+#if defined(__x86_64__)
 #include <immintrin.h>
 #endif
 
@@ -323,7 +323,7 @@ struct PowersOfTen {
 };
 constexpr PowersOfTen kPowersOfTen;
 
-#if defined(__x86_64__) || defined(__i386__)
+#if defined(__x86_64__)  // 64-bit lane moves below
 // Shuffle controls that move the first r bytes of a vector to its end, with
 // zeros before them: the 16 bytes from kAlignDigits + r.
 alignas(32) constexpr signed char kAlignDigits[32] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
