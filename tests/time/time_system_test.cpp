@@ -3,6 +3,7 @@
 // of each file, TZ, the fallback, and that nothing is cached.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <string>
 
@@ -156,8 +157,10 @@ TEST(time_system, SystemZoneOperations) {
 }
 
 TEST(time_system, RootTooLongIsRefused) {
-  const std::string long_root(5000, 'r');
-  EXPECT_FALSE(orlix::time::set_system_root(long_root.c_str()));
+  // The root is kept in PATH_MAX bytes, its NUL included.
+  EXPECT_FALSE(orlix::time::set_system_root(std::string(5000, 'r').c_str()));
+  EXPECT_FALSE(orlix::time::set_system_root(std::string(PATH_MAX, 'r').c_str()));
+  EXPECT_TRUE(orlix::time::set_system_root(std::string(PATH_MAX - 1, 'r').c_str()));
   EXPECT_TRUE(orlix::time::set_system_root(nullptr));
 }
 

@@ -284,6 +284,8 @@ TEST(time_value, AddYearAndMonthKeepTheDate) {
   EXPECT_EQ(Clock(TimePtr(orlix_time_addmonth(Utc(2020, 5, 31).get(), -13))),
             "2019-04-30 00:00:00");
   EXPECT_EQ(Clock(TimePtr(orlix_time_addmonth(Utc(2020, 5, 31).get(), 24))), "2022-05-31 00:00:00");
+  // Two years back, landing on January.
+  EXPECT_EQ(Clock(TimePtr(orlix_time_addmonth(Utc(2020, 2, 15).get(), -25))), "2018-01-15 00:00:00");
   EXPECT_EQ(Clock(TimePtr(orlix_time_addmonth(Utc(2020, 5, 31).get(), 0))), "2020-05-31 00:00:00");
   EXPECT_EQ(TimePtr(orlix_time_addmonth(Utc(9999, 12, 1).get(), 1)), nullptr);
   EXPECT_EQ(TimePtr(orlix_time_addmonth(Utc(2020, 1, 1).get(), INT32_MIN)), nullptr);
