@@ -425,6 +425,8 @@ TEST(time_value, AddToALocalTimeAnswersInTheSystemZone) {
             "2020-07-01 22:00:00.000000000 local dst=0 zone=" + std::to_string(Zone("Asia/Tokyo")));
   EXPECT_EQ(Clock(TimePtr(orlix_time_addday(local.get(), 1))), "2020-07-02 21:00:00");
   EXPECT_EQ(Clock(TimePtr(orlix_time_addsecond(local.get(), -1))), "2020-07-01 20:59:59");
+  EXPECT_EQ(Clock(TimePtr(orlix::time::orlix_time_addsave(local.get(), 3600 + 45))),
+            "2020-07-01 22:00:45");
   // With the system in UTC the result stays UTC.
   root.Write("/etc/timezone", "UTC\n");
   EXPECT_EQ(Full(TimePtr(orlix_time_addminute(local.get(), 30))),
