@@ -196,9 +196,10 @@ std::string LongUtf8(std::mt19937 &rng) {
   static const uint32_t first[] = {0x20, 0x80, 0x800, 0xE000, 0x10000};
   static const uint32_t span[] = {0x5F, 0x780, 0xD800 - 0x800, 0x2000, 0x100000};
   while (s.size() < target) {
-    // A run of one encoded length, or a stretch of anything.
+    // A run of one encoded length (ASCII runs long enough to fill the
+    // decoder's 64-byte blocks), or a stretch of anything.
     const unsigned kind = rng() % 6;
-    for (int k = int(rng() % 24); k > 0; --k)
+    for (int k = int(rng() % (kind == 0 ? 160 : 24)); k > 0; --k)
       s += Utf8Raw(kind < 5 ? first[kind] + rng() % span[kind] : RandomCodePoint(rng));
   }
   if (rng() % 4 != 0) {

@@ -211,6 +211,7 @@ TEST(UStringCompare, NullRulesAndCodePointOrder) {
   EXPECT_EQ(orlix_ustring_ncmp(nullptr, a.get(), 2), -1);
   EXPECT_EQ(orlix_ustring_ncmp(a.get(), nullptr, 0), 1);
   EXPECT_EQ(orlix_ustring_cmp(ab.get(), a.get()), -1);
+  EXPECT_EQ(orlix_ustring_cmp(a.get(), a.get()), 0);
   UStr ffff = Utf8("\xEF\xBF\xBF"), sup = Utf8("\xF0\x90\x80\x80");
   EXPECT_EQ(orlix_ustring_cmp(ffff.get(), sup.get()), -1);
   EXPECT_EQ(orlix_ustring_cmp(sup.get(), ffff.get()), 1);
