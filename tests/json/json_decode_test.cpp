@@ -98,6 +98,10 @@ TEST(json_decode, RefusesOnPurpose) {
       // Numbers.
       "01", "-01", "-", "-a", "1.", ".5", "+1", "1e", "1e+", "1.e5", "1.5e", "--1", "0x10", "[-]",
       "[01]", "[1.]", "{\"a\":01}",
+      // The same inside an array with room after them, where numbers are read
+      // in vectors: the byte after '9' is no digit, nor is any after a point.
+      "[1:2," + std::string(32, ' ') + "0]", "[1.:2," + std::string(32, ' ') + "0]",
+      "[01," + std::string(32, ' ') + "0]", "[1.e5," + std::string(32, ' ') + "0]",
       // Literals.
       "nul", "nullx", "[nullx]", "truex", "True", "tru", "fals",
       // Containers.
