@@ -32,6 +32,19 @@ namespace {
 constexpr bool is_ws(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 constexpr bool is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
 
+// 10^0 to 10^16.
+struct PowersOfTen {
+  uint64_t at[17];
+  constexpr PowersOfTen() : at() {
+    uint64_t p = 1;
+    for (uint64_t &power : at) {
+      power = p;
+      p *= 10;
+    }
+  }
+};
+constexpr PowersOfTen kPowersOfTen;
+
 // The value 0-255 of two hexadecimal digits, or -1.
 int decodehex(const unsigned char *p) {
   const auto nibble = [](unsigned char c) -> int {
@@ -225,7 +238,6 @@ class Decoder {
   // ten per digit) while *count, the digits taken so far, stays within 19;
   // *count goes on counting past that.
   __attribute__((always_inline)) int64_t digit_run(int64_t j, uint64_t *m, int64_t *count) const {
-    static constexpr uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
     if (orlix::json::g_form != orlix::json::Form::kPortable) {
       // Eight bytes a step: a byte is a digit when its high nibble is 3 and
       // stays 3 with 6 added. A carry out of a byte of 0xFA or more only
@@ -242,7 +254,7 @@ class Decoder {
         if (*count + run <= 19) {
           // The run's digits moved to the top of the word, zeros before them.
           if (run < 8) w = w << (8 * (8 - run)) | kZeros >> (8 * run);
-          *m = (run == 8 ? *m * 100000000u : *m * kPowers[run]) + orlix::json::eight_digits(w);
+          *m = *m * kPowersOfTen.at[run] + orlix::json::eight_digits(w);
         }
         *count += run;
         j += run;
@@ -309,19 +321,6 @@ ORLIX_JSON *Decoder::carve_string(const char *bytes, int32_t length) {
   node->length = length;
   return node;
 }
-
-// 10^0 to 10^16.
-struct PowersOfTen {
-  uint64_t at[17];
-  constexpr PowersOfTen() : at() {
-    uint64_t p = 1;
-    for (uint64_t &power : at) {
-      power = p;
-      p *= 10;
-    }
-  }
-};
-constexpr PowersOfTen kPowersOfTen;
 
 #if defined(__x86_64__)  // 64-bit lane moves below
 // Shuffle controls that move the first r bytes of a vector to its end, with
